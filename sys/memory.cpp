@@ -1,0 +1,39 @@
+// The C library's heap, and the one place that says when it refuses a block.
+
+#include <stdlib.h>
+
+#include "sys/sys_memory.h"
+#include "util/printf.h"
+
+namespace {
+
+// Puts the diagnostic together where a debugger finds it; the layer prints nothing.
+void NoteFailure(uint32_t size) {
+  char acMessage[64];
+  UTIL_snprintf(acMessage, sizeof(acMessage), "Failed to allocate 0x%08X bytes of memory!", size);
+}
+
+}  // namespace
+
+void* SYS_Alloc(uint32_t size) {
+  void* p = malloc(size);
+  if (p == nullptr) {
+    NoteFailure(size);
+  }
+  return p;
+}
+
+void SYS_Free(void* p) {
+  free(p);
+}
+
+void* SYS_Realloc(void* p, uint32_t size) {
+  return realloc(p, size);
+}
+
+void SYS_FreeAndClear(void** pp) {
+  if (pp != nullptr) {
+    SYS_Free(*pp);
+    *pp = nullptr;
+  }
+}

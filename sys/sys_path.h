@@ -1,0 +1,61 @@
+#ifndef SYS_SYS_PATH_H
+#define SYS_SYS_PATH_H
+
+// Paths as texts, and where the running program stands. The separator is '/', a path is absolute when it begins with
+// one, and a directory that an operation of this topic makes ends in one. Results go into size bytes at pDest, which
+// must not be null unless said otherwise.
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Splits a path: /x/y.z/file.tar.gz gives the directory "/x/y.z/", the name "file.tar" and the extension ".gz". The
+// directory is everything up to the last '/'. The extension begins at the last '.' behind it, unless that is the first
+// character of the name. The drive is always empty. Each output may be null; the others are cut to their sizes, the
+// extension to nameSize (to nothing shorter than itself when nameSize is 0). A null path, or exhausted memory with a
+// path of more than 1,023 characters, leaves all outputs as they were. Outputs may overlap the path.
+void SYS_SplitPath(const char* path, char* pDrive, uint32_t driveSize, char* pDir, uint32_t dirSize, char* pName,
+                   uint32_t nameSize, char* pExtension);
+
+// Composes a path: the directory, a '/' where it lacks one, the name, and the extension with a '.' where it lacks one.
+// drive is ignored, dir and extension may be null, and a null name ends the path after the directory. A null pDest is
+// ignored.
+void SYS_MakePath(char* pDest, uint32_t size, const char* drive, const char* dir, const char* name,
+                  const char* extension);
+
+// Turns every '\' of the path into '/', in place.
+void SYS_NormalizeSlashes(char* path);
+
+// Returns 1 when the path begins with '/', else 0, also for null.
+int32_t SYS_IsAbsolutePath(const char* path);
+
+// Places a relative path beside a base: behind the directory of a base that is a readable file, else right behind the
+// whole base, which should end in '/' then. An empty or absolute relative path stands alone. All size bytes are
+// written.
+void SYS_JoinPath(const char* base, const char* relative, char* pDest, uint32_t size);
+
+// Gives the extension of a path with its '.', or its name without extension, as SYS_SplitPath does; empty when it does
+// not fit whole.
+void SYS_GetFileExtension(const char* path, char* pDest, uint32_t size);
+void SYS_GetFileBaseName(const char* path, char* pDest, uint32_t size);
+
+// Gives the absolute path of the running program with its symbolic links resolved, or the empty text when the platform
+// does not know it.
+void SYS_GetExePath(char* pDest, uint32_t size);
+
+// Gives the directory of SYS_GetExePath, cut to 255 characters, and a '/' where it lacks one; empty when there is none.
+void SYS_GetExeDir(char* pDest, uint32_t size);
+
+// Gives the path of the running process as the platform's process table has it, links not resolved; empty when it does
+// not fit whole or is not known. SYS_GetExeDirByPid gives its directory, as SYS_GetExeDir does, when it is shorter than
+// 512.
+void SYS_GetExePathByPid(char* pDest, uint32_t size);
+void SYS_GetExeDirByPid(char* pDest, uint32_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

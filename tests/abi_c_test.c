@@ -1,0 +1,68 @@
+// A client in C: calls one operation of each module, so that a header which only C++ accepts, or a name without C
+// linkage, does not go unnoticed.
+
+#include <stdio.h>
+#include <string.h>
+
+#include "sys/sys.h"
+#include "util/bits.h"
+#include "util/crc.h"
+#include "util/fmt.h"
+#include "util/hashtree.h"
+#include "util/otalloc.h"
+#include "util/printf.h"
+#include "util/scan.h"
+#include "util/strings.h"
+
+static int numFailures;
+
+static void Expect(int isTrue, const char* what) {
+  if (!isTrue) {
+    printf("failed: %s\n", what);
+    numFailures++;
+  }
+}
+
+static int32_t CompareKeys(const void* pItem, const void* pKey) {
+  return !UTIL_IsEqualKeyNoCase(pItem, pKey);
+}
+
+static void TestText(void) {
+  char acText[16];
+  const char* cursor = " 0x10,";
+  uint32_t value = 0;
+  Expect(UTIL_CopyString(acText, "abc", sizeof(acText)) == 4, "strings");
+  Expect(UTIL_snprintf(acText, sizeof(acText), "%04X", 0xABu) == 4 && strcmp(acText, "00AB") == 0, "printf");
+  Expect(*FMT_snprintf(acText, sizeof(acText), "%x", 0xABu) == 0 && strcmp(acText, "ab") == 0, "fmt");
+  Expect(UTIL_ParseU32(&cursor, &value) == 0 && value == 16 && *cursor == ',', "scan");
+  Expect(UTIL_ReverseBits8(1) == 0x80, "bits");
+  Expect(CRC_Calc32("123456789", 9, 0) == 0x2DFD2D88, "crc");
+}
+
+static void TestMemory(void) {
+  const char* entry = "Key";
+  const char* key = "KEY";
+  OTALLOC* pArena = OTALLOC_Create();
+  HASHTREE* pTree = HASHTREE_Create(UTIL_HashKeyNoCase, CompareKeys);
+  void* p = SYS_Alloc(8);
+  Expect(OTALLOC_Alloc(pArena, 8) != NULL, "otalloc");
+  HASHTREE_Add(pTree, &entry);
+  Expect(HASHTREE_Find(pTree, &key) == &entry, "hashtree");
+  Expect(p != NULL, "memory");
+  SYS_FreeAndClear(&p);
+  HASHTREE_Destroy(pTree);
+  OTALLOC_Destroy(pArena);
+}
+
+static void TestSystem(void) {
+  char acDir[512];
+  SYS_GetExeDir(acDir, sizeof(acDir));
+  Expect(SYS_IsAbsolutePath(acDir) == 1, "path");
+}
+
+int main(void) {
+  TestText();
+  TestMemory();
+  TestSystem();
+  return numFailures != 0;
+}

@@ -1,0 +1,79 @@
+#ifndef TESTS_FAULTS_H
+#define TESTS_FAULTS_H
+
+// Makes calls of the C library fail on purpose. The linker sends the calls that the layer and the tests make through
+// wrappers, which count them and let chosen ones fail. Calls that shared libraries make themselves do not pass here, so
+// that the allocations of the C++ library and of the test framework are neither counted nor hit. Blocks from malloc are
+// filled with a pattern.
+//
+// To add a call: its name here, its wrapper in faults.cpp, and its name again in the list in CMakeLists.txt.
+
+#include <gtest/gtest.h>
+#include <stdint.h>
+
+#include <map>
+#include <string>
+
+// Apple's linker cannot wrap calls: a case that needs faults starts with this line.
+#ifdef __APPLE__
+#define FAULTS_REQUIRE() GTEST_SKIP() << "the linker cannot wrap calls"
+#else
+#define FAULTS_REQUIRE() static_cast<void>(0)
+#endif
+
+enum class FAULT_CALL { MALLOC, REALLOC, READ, WRITE, READLINK, COUNT };
+
+enum class FAULT_KIND {
+  FAIL,   // The call does nothing and reports the error; an interrupted call is one that fails with EINTR.
+  SHORT,  // The call moves half of the bytes that were asked for, at least one.
+};
+
+struct FAULT {
+  FAULT_CALL Call;
+  uint32_t First;      // The first call that is hit; 1 is the next one.
+  int Error;           // errno of a call that fails.
+  uint32_t Count = 1;  // Calls in a row that are hit, UINT32_MAX for all from there on.
+  FAULT_KIND Kind = FAULT_KIND::FAIL;
+};
+
+// One fault, as long as the object lives. Different calls can have a fault at the same time, one call a single one.
+class SCOPED_FAULT {
+ public:
+  explicit SCOPED_FAULT(const FAULT& fault);
+  ~SCOPED_FAULT();
+  SCOPED_FAULT(const SCOPED_FAULT&) = delete;
+  SCOPED_FAULT& operator=(const SCOPED_FAULT&) = delete;
+
+  uint32_t NumCalls() const;  // Calls since the fault was set, those that were hit included.
+  bool WasHit() const;
+
+ private:
+  FAULT Fault;
+};
+
+// Runs body with the 1st, the 2nd, the 3rd call failing and so on, until it gets through without being hit: body gets
+// the fault, and after the operation under test asks it whether that had to fail.
+template <typename BODY>
+void SweepFaults(FAULT_CALL call, int error, BODY body) {
+  for (uint32_t n = 1;; n++) {
+    SCOPED_TRACE("call " + std::to_string(n) + " fails");
+    SCOPED_FAULT fault({call, n, error});
+    body(fault);
+    if (!fault.WasHit() || testing::Test::HasFatalFailure()) {
+      return;
+    }
+  }
+}
+
+// As long as the object lives, the symbolic links are those of the map (path to target), and nothing else is one.
+class SCOPED_LINKS {
+ public:
+  explicit SCOPED_LINKS(std::map<std::string, std::string> targets);
+  ~SCOPED_LINKS();
+  SCOPED_LINKS(const SCOPED_LINKS&) = delete;
+  SCOPED_LINKS& operator=(const SCOPED_LINKS&) = delete;
+
+  const std::map<std::string, std::string> Targets;
+};
+
+#endif
