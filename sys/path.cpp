@@ -1,11 +1,10 @@
 // Paths as texts. Nothing here keeps state, and only SYS_JoinPath looks at the file system.
 
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 
+#include "sys/sys_dir.h"
 #include "sys/sys_memory.h"
 #include "sys/sys_path.h"
 #include "util/strings.h"
@@ -44,11 +43,6 @@ void CopyPart(char* pDest, size_t size, const char* src, size_t length) {
 // Copies a part that fits whole, else nothing.
 void CopyWholePart(char* pDest, uint32_t size, const char* src, size_t length) {
   CopyPart(pDest, size, src, length < size ? length : 0);
-}
-
-bool IsReadableFile(const char* path) {
-  struct stat status;
-  return stat(path, &status) == 0 && S_ISREG(status.st_mode) && access(path, R_OK) == 0;
 }
 
 }  // namespace
@@ -114,7 +108,7 @@ int32_t SYS_IsAbsolutePath(const char* path) {
 void SYS_JoinPath(const char* base, const char* relative, char* pDest, uint32_t size) {
   memset(pDest, 0, size);
   if (relative[0] != '\0' && !SYS_IsAbsolutePath(relative)) {
-    CopyPart(pDest, size, base, IsReadableFile(base) ? FindParts(base).DirLen : strlen(base));
+    CopyPart(pDest, size, base, SYS_FILE_Exists(base) ? FindParts(base).DirLen : strlen(base));
   }
   if (size != 0) {
     UTIL_AppendString(pDest, relative, size);

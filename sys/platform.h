@@ -7,9 +7,12 @@
 #include <stdint.h>
 
 #ifdef __APPLE__
-constexpr uint32_t PLATFORM_MAX_LINKS = 32;  // Symbolic links followed in one path.
+constexpr uint32_t PLATFORM_MAX_LINKS = 32;             // Symbolic links followed in one path.
+constexpr const char PLATFORM_OPEN_COMMAND[] = "open";  // Opens a file or a URL on the desktop.
+extern char** environ;                                  // The C library's, declared nowhere else.
 #else
 constexpr uint32_t PLATFORM_MAX_LINKS = 40;
+constexpr const char PLATFORM_OPEN_COMMAND[] = "xdg-open";
 #endif
 
 // Gives the file of the running program's image: absolute, or a bare name when the platform knows no more.
@@ -17,5 +20,51 @@ int32_t PLATFORM_GetImagePath(char* pDest, uint32_t size);
 
 // Gives the absolute path of the running process. Returns its length, or -1 when it is not known or does not fit.
 int32_t PLATFORM_GetProcessPath(char* pDest, uint32_t size);
+
+// Starts a child process that calls pfRun, which must not return but load a program or end. The child may live in the
+// caller's memory, and the calling thread stands still until it no longer does; its descriptors and signal handlers are
+// its own. Returns the child's id, or -1.
+int32_t PLATFORM_StartChild(void (*pfRun)(const void*), const void* pArg);
+
+// Closes all open descriptors from first on. Takes no lock and no memory from the heap, so that a child may call it.
+int32_t PLATFORM_CloseFrom(int32_t first);
+
+// Create a socket, and take a connection: closed on exec, and, if a stream, without the broken-pipe signal as far as
+// the socket alone can prevent it. Return the socket or -1.
+int32_t PLATFORM_CreateSocket(int32_t family, int32_t type);
+int32_t PLATFORM_AcceptSocket(int32_t sock);
+
+// What every send has to be given, so that it does not raise the broken-pipe signal.
+extern const int PLATFORM_SEND_FLAGS;
+
+// The option that sets lingering in seconds.
+extern const int PLATFORM_LINGER_SECONDS;
+
+// Returns the hardware address in an entry of the platform's interface list, six bytes within the entry, or null when
+// the entry is none of a hardware address or that is of another length.
+const uint8_t* PLATFORM_GetLinkAddress(const struct ifaddrs* pEntry);
+
+// A reading of the monotonic clock. A tick lasts Numerator / Denominator nanoseconds; a Denominator of 0 tells that the
+// platform could not say, and a tick counts as one nanosecond.
+struct PLATFORM_CLOCK {
+  uint64_t NumTicks;
+  uint32_t Numerator;
+  uint32_t Denominator;
+};
+
+PLATFORM_CLOCK PLATFORM_ReadClock();
+
+// The reading in whole nanoseconds. Whole denominators of ticks are taken apart from the rest of them: no product wraps
+// unless the nanoseconds themselves exceed 64 bits, after 584 years.
+constexpr uint64_t PLATFORM_ClockToNs(const PLATFORM_CLOCK& clock) {
+  if (clock.Denominator == 0 || clock.Numerator == clock.Denominator) {
+    return clock.NumTicks;
+  }
+  return clock.NumTicks / clock.Denominator * clock.Numerator +
+         clock.NumTicks % clock.Denominator * clock.Numerator / clock.Denominator;
+}
+
+// Returns the number of logical processors in use; less than 1 when it is not known.
+int32_t PLATFORM_GetNumCPUs();
 
 #endif

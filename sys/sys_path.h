@@ -1,9 +1,9 @@
 #ifndef SYS_SYS_PATH_H
 #define SYS_SYS_PATH_H
 
-// Paths as texts, and where the running program stands. The separator is '/', a path is absolute when it begins with
-// one, and a directory that an operation of this topic makes ends in one. Results go into size bytes at pDest, which
-// must not be null unless said otherwise.
+// Paths as texts, where the running program stands, and the directories that it may use. The separator is '/', a path
+// is absolute when it begins with one, and a directory that an operation of this topic makes ends in one where not said
+// otherwise. Results go into size bytes at pDest, which must not be null unless said otherwise.
 
 #include <stdint.h>
 
@@ -53,6 +53,21 @@ void SYS_GetExeDir(char* pDest, uint32_t size);
 // 512.
 void SYS_GetExePathByPid(char* pDest, uint32_t size);
 void SYS_GetExeDirByPid(char* pDest, uint32_t size);
+
+// Gives the directory for temporary files: the value of TMPDIR as it is, or "/tmp/" when that is unset. Returns the
+// length of the whole text, also when it was cut.
+int32_t SYS_GetTempDir(char* pDest, uint32_t size);
+
+// Gives the directory for the application's data, "Library/Application Support/NORDAX" below HOME, without a '/' at its
+// end, and creates it with its parents where it is missing. Returns 0, or -1 with pDest as it was when pDest is null,
+// size is 0, HOME is unset or the directory cannot be created. A path of more than 511 characters, or of size and more,
+// is cut before it is created.
+int32_t SYS_GetAppDataDir(char* pDest, uint32_t size);
+
+// Gives a directory that files can be created in: that of SYS_GetExeDir if a trial shows it to be one, else ".NORDAX"
+// below HOME, without a '/' at its end, which is created (0775, less the file-creation mask) where it is missing. Gives
+// the first when HOME is unset, and the second even when it cannot be created. The trial leaves nothing behind.
+void SYS_GetWritableDir(char* pDest, uint32_t size);
 
 #ifdef __cplusplus
 }

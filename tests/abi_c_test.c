@@ -13,6 +13,7 @@
 #include "util/printf.h"
 #include "util/scan.h"
 #include "util/strings.h"
+#include "util/values.h"
 
 static int numFailures;
 
@@ -35,6 +36,7 @@ static void TestText(void) {
   Expect(UTIL_snprintf(acText, sizeof(acText), "%04X", 0xABu) == 4 && strcmp(acText, "00AB") == 0, "printf");
   Expect(*FMT_snprintf(acText, sizeof(acText), "%x", 0xABu) == 0 && strcmp(acText, "ab") == 0, "fmt");
   Expect(UTIL_ParseU32(&cursor, &value) == 0 && value == 16 && *cursor == ',', "scan");
+  Expect(UTIL_FormatSize(1536, acText, sizeof(acText)) == 6 && strcmp(acText, "1.5 KB") == 0, "values");
   Expect(UTIL_ReverseBits8(1) == 0x80, "bits");
   Expect(CRC_Calc32("123456789", 9, 0) == 0x2DFD2D88, "crc");
 }
@@ -58,6 +60,8 @@ static void TestSystem(void) {
   char acDir[512];
   SYS_GetExeDir(acDir, sizeof(acDir));
   Expect(SYS_IsAbsolutePath(acDir) == 1, "path");
+  Expect(SYS_DIR_Exists("/") == 1 && SYS_FILE_Open("/", 0x93u) == -1 && SYS_WaitReadable(-1, 0) == -1, "files");
+  Expect(SYS_GetNumCPUs() >= 1, "time");
 }
 
 int main(void) {

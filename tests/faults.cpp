@@ -3,8 +3,15 @@
 
 #include "tests/faults.h"
 
+#include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <stdarg.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,10 +27,12 @@ constexpr int DIRT = 0xA5;  // Fills new blocks: fresh memory is often zero, whi
 std::atomic<uint32_t> aNumCalls[NUM_CALLS];
 const FAULT* apFault[NUM_CALLS];
 const SCOPED_LINKS* pLinks;
+SCOPED_INTERFACES* pInterfaces;
+bool areNamesNumeric;
 
 #ifndef __APPLE__
 
-enum class OUTCOME { PASS, FAIL, SHORT };
+enum class OUTCOME { PASS, FAIL, SHORT, VALUE };
 
 // Counts a call and decides what becomes of it; sets errno when that is failure.
 OUTCOME Enter(FAULT_CALL call) {
@@ -37,7 +46,7 @@ OUTCOME Enter(FAULT_CALL call) {
     return OUTCOME::SHORT;
   }
   errno = pFault->Error;
-  return OUTCOME::FAIL;
+  return pFault->Kind == FAULT_KIND::VALUE ? OUTCOME::VALUE : OUTCOME::FAIL;
 }
 
 size_t Shorten(size_t numBytes) {
@@ -93,6 +102,70 @@ FAULT_WRAP(ssize_t, readlink, const char* path, char* pDest, size_t size) {
   return pLinks != nullptr ? ReadFakeLink(path, pDest, size) : Real_readlink(path, pDest, size);
 }
 
+FAULT_WRAP(int, open, const char* path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+  va_end(args);
+  return Enter(FAULT_CALL::OPEN) == OUTCOME::FAIL ? -1 : Real_open(path, flags, mode);
+}
+
+FAULT_WRAP(int, close_range, unsigned first, unsigned last, int flags) {
+  return Enter(FAULT_CALL::CLOSE_RANGE) == OUTCOME::PASS ? Real_close_range(first, last, flags) : -1;
+}
+
+FAULT_WRAP(ssize_t, getdents64, int fd, void* pBuffer, size_t size) {
+  return Enter(FAULT_CALL::GETDENTS64) == OUTCOME::PASS ? Real_getdents64(fd, pBuffer, size) : -1;
+}
+
+FAULT_WRAP(pid_t, waitpid, pid_t pid, int* pStatus, int options) {
+  return Enter(FAULT_CALL::WAITPID) == OUTCOME::PASS ? Real_waitpid(pid, pStatus, options) : -1;
+}
+
+FAULT_WRAP(ssize_t, recv, int fd, void* pBuffer, size_t numBytes, int flags) {
+  return Enter(FAULT_CALL::RECV) == OUTCOME::PASS ? Real_recv(fd, pBuffer, numBytes, flags) : -1;
+}
+
+FAULT_WRAP(ssize_t, recvfrom, int fd, void* pBuffer, size_t numBytes, int flags, sockaddr* pAddr, socklen_t* pSize) {
+  return Enter(FAULT_CALL::RECVFROM) == OUTCOME::PASS ? Real_recvfrom(fd, pBuffer, numBytes, flags, pAddr, pSize) : -1;
+}
+
+FAULT_WRAP(ssize_t, send, int fd, const void* pBuffer, size_t numBytes, int flags) {
+  return Enter(FAULT_CALL::SEND) == OUTCOME::PASS ? Real_send(fd, pBuffer, numBytes, flags) : -1;
+}
+
+FAULT_WRAP(int, getsockopt, int fd, int level, int option, void* pValue, socklen_t* pSize) {
+  const OUTCOME outcome = Enter(FAULT_CALL::GETSOCKOPT);
+  if (outcome == OUTCOME::VALUE) {
+    memcpy(pValue, &errno, sizeof(errno));
+    return 0;
+  }
+  return outcome == OUTCOME::PASS ? Real_getsockopt(fd, level, option, pValue, pSize) : -1;
+}
+
+FAULT_WRAP(int, getnameinfo, const sockaddr* pAddr, socklen_t size, char* pHost, socklen_t hostSize, char* pService,
+           socklen_t serviceSize, int flags) {
+  return Real_getnameinfo(pAddr, size, pHost, hostSize, pService, serviceSize,
+                          areNamesNumeric ? flags | NI_NUMERICHOST : flags);
+}
+
+FAULT_WRAP(int, getifaddrs, ifaddrs** ppList) {
+  if (pInterfaces == nullptr) {
+    return Real_getifaddrs(ppList);
+  }
+  *ppList = pInterfaces->pList;
+  pInterfaces->NumHeld += *ppList != nullptr;
+  return *ppList == nullptr ? -1 : 0;
+}
+
+FAULT_WRAP(void, freeifaddrs, ifaddrs* pList) {
+  if (pInterfaces == nullptr) {
+    Real_freeifaddrs(pList);
+  } else {
+    pInterfaces->NumHeld--;
+  }
+}
+
 #endif
 
 SCOPED_FAULT::SCOPED_FAULT(const FAULT& fault) : Fault(fault) {
@@ -119,4 +192,20 @@ SCOPED_LINKS::SCOPED_LINKS(std::map<std::string, std::string> targets) : Targets
 
 SCOPED_LINKS::~SCOPED_LINKS() {
   pLinks = nullptr;
+}
+
+SCOPED_NUMERIC_NAMES::SCOPED_NUMERIC_NAMES() {
+  areNamesNumeric = true;
+}
+
+SCOPED_NUMERIC_NAMES::~SCOPED_NUMERIC_NAMES() {
+  areNamesNumeric = false;
+}
+
+SCOPED_INTERFACES::SCOPED_INTERFACES(ifaddrs* pFirst) : pList(pFirst) {
+  pInterfaces = this;
+}
+
+SCOPED_INTERFACES::~SCOPED_INTERFACES() {
+  pInterfaces = nullptr;
 }

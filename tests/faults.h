@@ -21,11 +21,27 @@
 #define FAULTS_REQUIRE() static_cast<void>(0)
 #endif
 
-enum class FAULT_CALL { MALLOC, REALLOC, READ, WRITE, READLINK, COUNT };
+enum class FAULT_CALL {
+  MALLOC,
+  REALLOC,
+  READ,
+  WRITE,
+  READLINK,
+  OPEN,
+  CLOSE_RANGE,
+  GETDENTS64,
+  WAITPID,
+  RECV,
+  RECVFROM,
+  SEND,
+  GETSOCKOPT,
+  COUNT
+};
 
 enum class FAULT_KIND {
   FAIL,   // The call does nothing and reports the error; an interrupted call is one that fails with EINTR.
   SHORT,  // The call moves half of the bytes that were asked for, at least one.
+  VALUE,  // The call succeeds, and the error is the value that it reads (GETSOCKOPT alone).
 };
 
 struct FAULT {
@@ -74,6 +90,27 @@ class SCOPED_LINKS {
   SCOPED_LINKS& operator=(const SCOPED_LINKS&) = delete;
 
   const std::map<std::string, std::string> Targets;
+};
+
+// As long as the object lives, an address has no other name than its numeric text, and nobody is asked for one.
+class SCOPED_NUMERIC_NAMES {
+ public:
+  SCOPED_NUMERIC_NAMES();
+  ~SCOPED_NUMERIC_NAMES();
+  SCOPED_NUMERIC_NAMES(const SCOPED_NUMERIC_NAMES&) = delete;
+  SCOPED_NUMERIC_NAMES& operator=(const SCOPED_NUMERIC_NAMES&) = delete;
+};
+
+// As long as the object lives, the list of interfaces is this one, or cannot be read if it is null.
+class SCOPED_INTERFACES {
+ public:
+  explicit SCOPED_INTERFACES(struct ifaddrs* pFirst);
+  ~SCOPED_INTERFACES();
+  SCOPED_INTERFACES(const SCOPED_INTERFACES&) = delete;
+  SCOPED_INTERFACES& operator=(const SCOPED_INTERFACES&) = delete;
+
+  struct ifaddrs* const pList;
+  int NumHeld = 0;  // Lists handed out and not released.
 };
 
 #endif

@@ -49,9 +49,8 @@ uint32_t CRC_CalcFill(uint8_t value, uint32_t count, uint32_t start, uint32_t po
 
 // Returns the CRC in the form that flags selects:
 // - CRC_WIDTH_16 or CRC_WIDTH_8 gives a 16- or 8-bit CRC; both or neither give a 32-bit one;
-// - CRC_MSB_FIRST says that polynomial and start are given most significant bit first (x^16 + x^12 + x^5 + 1 is
-// 0x1021),
-//   and returns the result in that order too;
+// - CRC_MSB_FIRST says that polynomial and start are given most significant bit first (0x1021 for
+//   x^16 + x^12 + x^5 + 1), and returns the result in that order too;
 // - CRC_REFLECT_IN reverses the bits of every byte before it is used.
 // A reflected CRC (CRC-32, CRC-16/KERMIT) needs no flag but its width and the reflected polynomial; a classic one that
 // sends the most significant bit first (CRC-16/XMODEM) takes both CRC_MSB_FIRST and CRC_REFLECT_IN.

@@ -7,12 +7,13 @@
 //   width      decimal digits: the least number of characters, always filled up with blanks before the number
 //   precision  '.' and decimal digits: the least number of digits, filled up with zeros
 //   length     two 'l' or more: the number is 64 bits wide, else 32
-//   letter     d i       a signed decimal number; '-' comes before the blanks and does not count for the width
-//              u         an unsigned decimal number
-//              x X       an unsigned hexadecimal number in small letters or in capitals
-//              p         a 64-bit address in small letters, in a field of 8 when it fits 32 bits, else of the given
-//              width c         one character s         a text; null produces nothing others    produce nothing and
-//              consume no argument, so that '-', '+', ' ', '#' and 'h' are such letters
+//   letter     d i     a signed decimal number; '-' comes before the blanks and does not count for the width
+//              u       an unsigned decimal number
+//              x X     an unsigned hexadecimal number in small letters or in capitals
+//              p       a 64-bit address in small letters, in a field of 8 when it fits 32 bits, else of the width
+//              c       one character
+//              s       a text; null produces nothing
+//              others  nothing, without consuming an argument: '-', '+', ' ', '#' and 'h' are such letters
 // "%%" is a percent sign. c and s ignore width and precision. A format that ends inside a specification ends the output
 // there.
 //

@@ -5,8 +5,7 @@
 //
 // A conversion specification is '%', flags, width, precision, length and a letter:
 //   flags      any of '-' (padding after the digits), '+' and ' ' (sign of numbers that are not negative), '0' (zeros
-//   up to
-//              the width when no precision is given, also with '-') and '#' (no effect)
+//              up to the width when no precision is given, also with '-') and '#' (no effect)
 //   width      decimal digits: the least number of characters, filled up with blanks
 //   precision  '.' and decimal digits (none is 0): the least number of digits, filled up with zeros
 //   length     any of 'h' and 'l': no effect
@@ -19,7 +18,7 @@
 //              %         a percent sign
 //              _         the letter after it is looked up among the added conversions only
 //              others    looked up among the added conversions; without one nothing is produced and no argument
-//              consumed
+//                        consumed
 // c, s and % ignore flags, width and precision. All numbers are taken as 32 bits: of a wider argument the low half
 // counts. Width and precision are never taken from the arguments. A format that ends inside a specification ends the
 // output there.
