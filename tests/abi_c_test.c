@@ -62,6 +62,7 @@ static void TestSystem(void) {
   Expect(SYS_IsAbsolutePath(acDir) == 1, "path");
   Expect(SYS_DIR_Exists("/") == 1 && SYS_FILE_Open("/", 0x93u) == -1 && SYS_WaitReadable(-1, 0) == -1, "files");
   Expect(SYS_GetNumCPUs() >= 1, "time");
+  Expect(SYS_PROC_Wait(0, NULL) == -1, "process");
 }
 
 int main(void) {
