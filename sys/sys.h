@@ -19,6 +19,7 @@
 #include "sys/sys_memory.h"
 #include "sys/sys_path.h"
 #include "sys/sys_process.h"
+#include "sys/sys_socket.h"
 #include "sys/sys_time.h"
 #include "sys/sys_wait.h"
 

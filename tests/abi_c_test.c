@@ -61,6 +61,8 @@ static void TestSystem(void) {
   SYS_GetExeDir(acDir, sizeof(acDir));
   Expect(SYS_IsAbsolutePath(acDir) == 1, "path");
   Expect(SYS_DIR_Exists("/") == 1 && SYS_FILE_Open("/", 0x93u) == -1 && SYS_WaitReadable(-1, 0) == -1, "files");
+  uint32_t addr;
+  Expect(SYS_SOCKET_ResolveHost("127.0.0.1", NULL, &addr) == 0 && addr == 0x7F000001u, "socket");
   Expect(SYS_GetNumCPUs() >= 1, "time");
   Expect(SYS_PROC_Wait(0, NULL) == -1, "process");
 }

@@ -14,12 +14,16 @@
 //   self@STEP=        the library calls one of its own exported functions
 //   find@STEP=name    records which image exports the name
 //   memap@STEP=       reads memory through the forwarder that the tool exports
+//   leftovers=1       records at the end of the process how many large blocks of memory were not freed (glibc)
 //
 // It is linked without binding its own names to itself, so that on ELF they reach the tool's forwarders.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -275,10 +279,22 @@ void VORTA_SetSpeed(uint32_t speed) {
   Step("SetSpeed", speed);
 }
 
+// Forgets the code, which is the tool's now to free.
 void VORTA_Close(void) {
   if (pCode != nullptr) {
     Step("Close", DescribeCode(pCode));
   } else {
     Step("Close");
   }
+  pCode = nullptr;
 }
+
+#ifdef __GLIBC__
+
+__attribute__((destructor)) static void RecordLeftovers() {
+  if (Setting("leftovers", 0) != 0) {
+    Record("left(" + std::to_string(mallinfo2().hblks) + ")");
+  }
+}
+
+#endif

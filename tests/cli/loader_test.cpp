@@ -87,7 +87,8 @@ TEST_F(Loader, TakesTheFirstOfSixPlaces) {
 
 TEST_F(Loader, GoesByHowTheProgramWasStarted) {
   AddLibrary("real/a/b/c/libvortaarm.dylib");
-  AddLibrary("elsewhere/libvortaarm.dylib");
+  AddLibrary("libvortaarm.dylib");
+  fs::create_directories(dir.At("else/where/else"));
   dir.Place(LOADER_CLIENT_FILE, "odd/x\\client");
   AddLibrary("odd/x\\libvortaarm.dylib");
   AddLibrary("odd/libvortaarm.dylib");
@@ -98,8 +99,8 @@ TEST_F(Loader, GoesByHowTheProgramWasStarted) {
   } rows[] = {
       {{.File = "real/a/b/c/client", .Name = "./client", .WorkingDir = "real/a/b/c"}, 1, "./libvortaarm.dylib"},
       {{.File = "real/a/b/c/client", .Name = "c/client", .WorkingDir = "real/a/b"}, 1, "c/libvortaarm.dylib"},
-      // Found in the PATH: the name has no directory, which does not mean the working directory.
-      {{.File = "real/a/b/c/client", .Name = "client", .WorkingDir = "elsewhere"},
+      // Found in the PATH: a name without a directory does not mean the working directory, nor what is above it.
+      {{.File = "real/a/b/c/client", .Name = "client", .WorkingDir = "else/where/else"},
        2,
        root + "/real/a/b/c/libvortaarm.dylib"},
       // The program's name is what follows the last slash or backslash.
@@ -111,22 +112,22 @@ TEST_F(Loader, GoesByHowTheProgramWasStarted) {
   }
   fs::remove(dir.At("real/a/b/c/libvortaarm.dylib"));
   if (isRoot) {
-    ExpectOutput({.File = "real/a/b/c/client", .Name = "client", .WorkingDir = "elsewhere"}, NOT_FOUND);
+    ExpectOutput({.File = "real/a/b/c/client", .Name = "client", .WorkingDir = "else/where/else"}, NOT_FOUND);
   }
 }
 
-// A path is used up to 511 characters, the program's as well as the library's.
+// A path is used up to 511 characters, the program's as well as the library's: no other place is taken for a cut one.
 TEST_F(Loader, LeavesOutPathsThatAreTooLong) {
   constexpr size_t LONGEST_DIR = 511 - (sizeof("libvortaarm.dylib") - 1);
   for (const size_t length : {LONGEST_DIR, LONGEST_DIR + 1, size_t{600}}) {
     SCOPED_TRACE(length);
-    std::string folder = "long/";
+    std::string folder = std::to_string(length) + "/";
     while (root.size() + 1 + folder.size() < length) {
       const size_t left = length - root.size() - 1 - folder.size();
       folder += std::string(left > 200 ? 100 : left - 1, 'x') + "/";
+      AddLibrary(folder + "libvortaarm.dylib");
     }
     dir.Place(LOADER_CLIENT_FILE, folder + "client");
-    AddLibrary(folder + "libvortaarm.dylib");
     if (length <= LONGEST_DIR) {
       ExpectOutput({.File = folder + "client"}, Found(1, root + "/" + folder + "libvortaarm.dylib"));
     } else if (isRoot) {

@@ -306,6 +306,25 @@ TEST_F(Tool, FailsWithoutMemory) {
            COMPILED + "no memory " + CLOSED_WITHOUT_CODE}});
 }
 
+// The map of retired script names is the one large block that stays, once it is there.
+TEST_F(Tool, FreesItsMemoryOnEveryPath) {
+#if CLI_SANITIZED || !defined(__GLIBC__)
+  GTEST_SKIP() << "blocks cannot be counted here";
+#endif
+  const std::string directives = "leftovers=1;code=1000000";
+  const std::string code = COMPILED + "LoadInstance(code,1000000) ";
+  const std::string noCode = PROBE + "Failed to compile script file\n";
+  const std::string noInstance = PROBE + "Failed to load script file instance: 'Prov.pex'\n";
+  Expect({{"-USB 1 -If", directives,
+           "Missing parameter after command line option '-If'\nError while parsing command line\n", "left(0) "},
+          {"", directives + ";OpenEx=No probe", "ERROR: No probe\n", "OpenEx left(0) "},
+          {"", directives, PROBE + "No TIF selected\n", OPENED + "Close left(0) "},
+          {GOOD, directives + ";CompileFile=-1", noCode, COMPILED + "Close(code) left(1) "},
+          {GOOD, directives + ";LoadInstance=-1", noInstance, code + "Close(code) left(1) "},
+          {"-TIF SWD -Speed 4000 -ScriptFile Prov.pex", directives, PROBE,
+           code + "HasEntryPoint(7,) ExecuteFunction(7,,null,0) UnloadInstance(7) Close(code) left(1) ", 0}});
+}
+
 // A supervising program sees each line when it happens: the library waits until it has been read.
 TEST_F(Tool, PrintsEachLineAtOnce) {
   const std::string gate = dir.At("gate");

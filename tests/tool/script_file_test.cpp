@@ -51,8 +51,10 @@ std::optional<std::string> WithHash(const std::string& text, uint32_t hash) {
     uint32_t Change;
     uint32_t Bits;
   };
-  const std::string base = text + "\xC0\xC0\xC0\xC0";  // No single bit makes them end the text or a small letter.
-  std::array<ROW, 32> rows;                            // Gaussian elimination: row i is the one whose highest bit is i.
+  // No single bit turns these into the end of the text or a small letter.
+  const std::string base = text + "\xC0\xC0\xC0\xC0";
+  // Gaussian elimination: row i is the one whose highest bit is i.
+  std::array<ROW, 32> rows;
   rows.fill({0, 0});
   const auto reduce = [&](ROW row) {
     for (uint32_t bit = 32; bit-- > 0;) {
