@@ -6,13 +6,17 @@
 
 #include <stdint.h>
 
+#include "sys/sys_sync.h"
+
 #ifdef __APPLE__
 constexpr uint32_t PLATFORM_MAX_LINKS = 32;             // Symbolic links followed in one path.
 constexpr const char PLATFORM_OPEN_COMMAND[] = "open";  // Opens a file or a URL on the desktop.
 extern char** environ;                                  // The C library's, declared nowhere else.
+constexpr uint32_t PLATFORM_MAX_THREAD_NAME = 63;       // Characters.
 #else
 constexpr uint32_t PLATFORM_MAX_LINKS = 40;
 constexpr const char PLATFORM_OPEN_COMMAND[] = "xdg-open";
+constexpr uint32_t PLATFORM_MAX_THREAD_NAME = 15;
 #endif
 
 // Gives the file of the running program's image: absolute, or a bare name when the platform knows no more.
@@ -66,5 +70,16 @@ constexpr uint64_t PLATFORM_ClockToNs(const PLATFORM_CLOCK& clock) {
 
 // Returns the number of logical processors in use; less than 1 when it is not known.
 int32_t PLATFORM_GetNumCPUs();
+
+// Counting semaphores. Time-outs run on a clock that nobody sets. Creation gives null when memory is exhausted; the
+// others want a semaphore. Waiting gives 0, SYS_WAIT_TIMEOUT or -1.
+SYS_SEMA* PLATFORM_CreateSema(uint32_t initialCount);
+void PLATFORM_DeleteSema(SYS_SEMA* pSema);
+int32_t PLATFORM_PostSema(SYS_SEMA* pSema);
+int32_t PLATFORM_WaitSema(SYS_SEMA* pSema, uint32_t timeoutMs);
+
+// The calling thread's name. Setting cuts it to PLATFORM_MAX_THREAD_NAME characters; pDest has room for as many.
+int32_t PLATFORM_SetThreadName(const char* name);
+int32_t PLATFORM_GetThreadName(char* pDest);
 
 #endif

@@ -1,11 +1,13 @@
-// macOS: the dynamic loader's address information, the process table, and the clock and counters of the kernel.
+// macOS: the dynamic loader, the process table, the kernel's clock and counters, Grand Central Dispatch.
 
+#include <dispatch/dispatch.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <libproc.h>
 #include <mach/mach_time.h>
 #include <net/if_dl.h>
+#include <pthread.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -121,4 +123,49 @@ int32_t PLATFORM_GetNumCPUs() {
   int32_t count = 0;
   size_t size = sizeof(count);
   return sysctlbyname("hw.logicalcpu", &count, &size, nullptr, 0) == 0 ? count : -1;
+}
+
+namespace {
+
+dispatch_semaphore_t ToDispatch(SYS_SEMA* pSema) {
+  return reinterpret_cast<dispatch_semaphore_t>(pSema);
+}
+
+}  // namespace
+
+// A semaphore that is released with a smaller count than it was created with ends the process: hence a creation with 0.
+SYS_SEMA* PLATFORM_CreateSema(uint32_t initialCount) {
+  dispatch_semaphore_t sema = dispatch_semaphore_create(0);
+  for (; sema != nullptr && initialCount != 0; initialCount--) {
+    dispatch_semaphore_signal(sema);
+  }
+  return reinterpret_cast<SYS_SEMA*>(sema);
+}
+
+void PLATFORM_DeleteSema(SYS_SEMA* pSema) {
+  dispatch_release(ToDispatch(pSema));
+}
+
+int32_t PLATFORM_PostSema(SYS_SEMA* pSema) {
+  dispatch_semaphore_signal(ToDispatch(pSema));
+  return 0;
+}
+
+int32_t PLATFORM_WaitSema(SYS_SEMA* pSema, uint32_t timeoutMs) {
+  if (timeoutMs == SYS_WAIT_INFINITE) {
+    return dispatch_semaphore_wait(ToDispatch(pSema), DISPATCH_TIME_FOREVER) == 0 ? 0 : -1;
+  }
+  const int64_t timeoutNs = int64_t{timeoutMs} * static_cast<int64_t>(NSEC_PER_MSEC);
+  const dispatch_time_t deadline = dispatch_time(DISPATCH_TIME_NOW, timeoutNs);
+  return dispatch_semaphore_wait(ToDispatch(pSema), deadline) == 0 ? 0 : SYS_WAIT_TIMEOUT;
+}
+
+int32_t PLATFORM_SetThreadName(const char* name) {
+  char acName[PLATFORM_MAX_THREAD_NAME + 1];
+  UTIL_CopyString(acName, name, sizeof(acName));
+  return pthread_setname_np(acName) == 0 ? 0 : -1;
+}
+
+int32_t PLATFORM_GetThreadName(char* pDest) {
+  return pthread_getname_np(pthread_self(), pDest, PLATFORM_MAX_THREAD_NAME + 1) == 0 ? 0 : -1;
 }

@@ -1,10 +1,13 @@
 // Linux: /proc, and what its C library adds to POSIX.
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <limits.h>
 #include <netpacket/packet.h>
+#include <pthread.h>
+#include <semaphore.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -13,7 +16,13 @@
 #include <unistd.h>
 
 #include "sys/platform.h"
+#include "sys/sys_memory.h"
 #include "util/scan.h"
+#include "util/strings.h"
+
+struct SYS_SEMA {
+  sem_t Object;
+};
 
 namespace {
 
@@ -124,4 +133,96 @@ PLATFORM_CLOCK PLATFORM_ReadClock() {
 
 int32_t PLATFORM_GetNumCPUs() {
   return static_cast<int32_t>(sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+namespace {
+
+constexpr uint32_t MS_PER_SECOND = 1000;
+constexpr int64_t NS_PER_MS = 1000000;
+constexpr int64_t NS_PER_SECOND = 1000000000;
+
+// The thread sanitizer's; null without it. It does not know sem_clockwait, and would take what such a wait hands over
+// for a race.
+extern "C" [[gnu::weak]] void AcquireForSanitizer(void* p) __asm__("__tsan_acquire");
+
+}  // namespace
+
+SYS_SEMA* PLATFORM_CreateSema(uint32_t initialCount) {
+  auto* pSema = static_cast<SYS_SEMA*>(SYS_Alloc(sizeof(SYS_SEMA)));
+  if (pSema != nullptr && sem_init(&pSema->Object, 0, initialCount) != 0) {
+    SYS_Free(pSema);
+    return nullptr;
+  }
+  return pSema;
+}
+
+void PLATFORM_DeleteSema(SYS_SEMA* pSema) {
+  sem_destroy(&pSema->Object);
+  SYS_Free(pSema);
+}
+
+int32_t PLATFORM_PostSema(SYS_SEMA* pSema) {
+  return sem_post(&pSema->Object);
+}
+
+namespace {
+
+// Returns the point of the monotonic clock that lies timeoutMs ahead.
+timespec GetMonotonicDeadline(uint32_t timeoutMs) {
+  timespec deadline;
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  deadline.tv_sec += timeoutMs / MS_PER_SECOND;
+  deadline.tv_nsec += timeoutMs % MS_PER_SECOND * NS_PER_MS;
+  if (deadline.tv_nsec >= NS_PER_SECOND) {
+    deadline.tv_sec++;
+    deadline.tv_nsec -= NS_PER_SECOND;
+  }
+  return deadline;
+}
+
+int WaitUntil(sem_t* pSema, const timespec* pDeadline) {
+  int result;
+  do {
+    result = sem_clockwait(pSema, CLOCK_MONOTONIC, pDeadline);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0 && AcquireForSanitizer != nullptr) {
+    AcquireForSanitizer(pSema);
+  }
+  return result;
+}
+
+int WaitForever(sem_t* pSema) {
+  int result;
+  do {
+    result = sem_wait(pSema);
+  } while (result != 0 && errno == EINTR);
+  return result;
+}
+
+int32_t WaitLong(sem_t* pSema, uint32_t timeoutMs) {
+  if (timeoutMs == SYS_WAIT_INFINITE) {
+    return WaitForever(pSema);
+  }
+  const timespec deadline = GetMonotonicDeadline(timeoutMs);
+  if (WaitUntil(pSema, &deadline) == 0) {
+    return 0;
+  }
+  return errno == ETIMEDOUT ? SYS_WAIT_TIMEOUT : -1;
+}
+
+}  // namespace
+
+int32_t PLATFORM_WaitSema(SYS_SEMA* pSema, uint32_t timeoutMs) {
+  // A count that is there costs no look at the clock.
+  return sem_trywait(&pSema->Object) == 0 ? 0 : WaitLong(&pSema->Object, timeoutMs);
+}
+
+int32_t PLATFORM_SetThreadName(const char* name) {
+  char acName[PLATFORM_MAX_THREAD_NAME + 1];
+  UTIL_CopyString(acName, name, sizeof(acName));
+  return pthread_setname_np(pthread_self(), acName) == 0 ? 0 : -1;
+}
+
+int32_t PLATFORM_GetThreadName(char* pDest) {
+  return pthread_getname_np(pthread_self(), pDest, PLATFORM_MAX_THREAD_NAME + 1) == 0 ? 0 : -1;
 }

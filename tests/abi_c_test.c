@@ -64,6 +64,10 @@ static void TestSystem(void) {
   uint32_t addr;
   Expect(SYS_SOCKET_ResolveHost("127.0.0.1", NULL, &addr) == 0 && addr == 0x7F000001u, "socket");
   Expect(SYS_GetNumCPUs() >= 1, "time");
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 1);
+  Expect(pEvent != SYS_EVENT_INVALID && SYS_EVENT_Wait(pEvent, 0) == 0, "sync");
+  SYS_EVENT_Delete(pEvent);
+  Expect(SYS_THREAD_SetName("c client") == 0, "thread");
   Expect(SYS_PROC_Wait(0, NULL) == -1, "process");
 }
 

@@ -8,9 +8,11 @@
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <netdb.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,6 +30,7 @@ std::atomic<uint32_t> aNumCalls[NUM_CALLS];
 const FAULT* apFault[NUM_CALLS];
 const SCOPED_LINKS* pLinks;
 SCOPED_INTERFACES* pInterfaces;
+SCOPED_WALL_CLOCK* pWallClock;
 bool areNamesNumeric;
 
 #ifndef __APPLE__
@@ -42,11 +45,25 @@ OUTCOME Enter(FAULT_CALL call) {
   if (pFault == nullptr || number < pFault->First || number - pFault->First >= pFault->Count) {
     return OUTCOME::PASS;
   }
+  if (pFault->OnHit != nullptr) {
+    apFault[index] = nullptr;
+    pFault->OnHit();
+    apFault[index] = pFault;
+  }
+  if (pFault->Kind == FAULT_KIND::NONE) {
+    return OUTCOME::PASS;
+  }
   if (pFault->Kind == FAULT_KIND::SHORT) {
     return OUTCOME::SHORT;
   }
   errno = pFault->Error;
   return pFault->Kind == FAULT_KIND::VALUE ? OUTCOME::VALUE : OUTCOME::FAIL;
+}
+
+// The same for calls that return their error.
+template <typename CALL>
+int EnterThreadCall(FAULT_CALL call, CALL real) {
+  return Enter(call) == OUTCOME::PASS ? real() : errno;
 }
 
 size_t Shorten(size_t numBytes) {
@@ -166,6 +183,60 @@ FAULT_WRAP(void, freeifaddrs, ifaddrs* pList) {
   }
 }
 
+FAULT_WRAP(int, pthread_create, pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pfStart)(void*),
+           void* pArg) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_CREATE,
+                         [=] { return Real_pthread_create(pThread, pAttributes, pfStart, pArg); });
+}
+
+FAULT_WRAP(int, pthread_mutexattr_init, pthread_mutexattr_t* pAttributes) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEXATTR_INIT, [=] { return Real_pthread_mutexattr_init(pAttributes); });
+}
+
+FAULT_WRAP(int, pthread_mutex_init, pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttributes) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEX_INIT, [=] { return Real_pthread_mutex_init(pMutex, pAttributes); });
+}
+
+FAULT_WRAP(int, pthread_mutex_destroy, pthread_mutex_t* pMutex) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEX_DESTROY, [=] { return Real_pthread_mutex_destroy(pMutex); });
+}
+
+FAULT_WRAP(int, pthread_cond_init, pthread_cond_t* pCondition, const pthread_condattr_t* pAttributes) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_COND_INIT,
+                         [=] { return Real_pthread_cond_init(pCondition, pAttributes); });
+}
+
+FAULT_WRAP(int, pthread_cond_signal, pthread_cond_t* pCondition) {
+  return EnterThreadCall(FAULT_CALL::PTHREAD_COND_SIGNAL, [=] { return Real_pthread_cond_signal(pCondition); });
+}
+
+// With a fault set, the mutex is free while OnHit runs, as it is during a wait.
+FAULT_WRAP(int, pthread_cond_timedwait, pthread_cond_t* pCondition, pthread_mutex_t* pMutex,
+           const timespec* pDeadline) {
+  if (apFault[static_cast<size_t>(FAULT_CALL::PTHREAD_COND_TIMEDWAIT)] == nullptr) {
+    return Real_pthread_cond_timedwait(pCondition, pMutex, pDeadline);
+  }
+  pthread_mutex_unlock(pMutex);
+  const int result = EnterThreadCall(FAULT_CALL::PTHREAD_COND_TIMEDWAIT, [=] {
+    pthread_mutex_lock(pMutex);
+    const int waited = Real_pthread_cond_timedwait(pCondition, pMutex, pDeadline);
+    pthread_mutex_unlock(pMutex);
+    return waited;
+  });
+  pthread_mutex_lock(pMutex);
+  return result;
+}
+
+FAULT_WRAP(int, gettimeofday, timeval* pTime, void* pZone) {
+  if (pWallClock == nullptr) {
+    return Real_gettimeofday(pTime, pZone);
+  }
+  const int64_t nowUs = pWallClock->Read();
+  pTime->tv_sec = nowUs / 1000000;
+  pTime->tv_usec = nowUs % 1000000;
+  return nowUs < 0 ? -1 : 0;
+}
+
 #endif
 
 SCOPED_FAULT::SCOPED_FAULT(const FAULT& fault) : Fault(fault) {
@@ -208,4 +279,16 @@ SCOPED_INTERFACES::SCOPED_INTERFACES(ifaddrs* pFirst) : pList(pFirst) {
 
 SCOPED_INTERFACES::~SCOPED_INTERFACES() {
   pInterfaces = nullptr;
+}
+
+SCOPED_WALL_CLOCK::SCOPED_WALL_CLOCK(std::vector<int64_t> readingsUs) : ReadingsUs(std::move(readingsUs)) {
+  pWallClock = this;
+}
+
+SCOPED_WALL_CLOCK::~SCOPED_WALL_CLOCK() {
+  pWallClock = nullptr;
+}
+
+int64_t SCOPED_WALL_CLOCK::Read() {
+  return ReadingsUs[std::min(NumReads++, ReadingsUs.size() - 1)];
 }

@@ -11,14 +11,31 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 
+#include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 // Apple's linker cannot wrap calls: a case that needs faults starts with this line.
 #ifdef __APPLE__
 #define FAULTS_REQUIRE() GTEST_SKIP() << "the linker cannot wrap calls"
 #else
 #define FAULTS_REQUIRE() static_cast<void>(0)
+#endif
+
+// The thread sanitizer complains of misuse, or ends the process. A case that misuses threads or locks, to see it
+// refused, starts with this line.
+#ifdef __SANITIZE_THREAD__
+#define UNDER_THREAD_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define UNDER_THREAD_SANITIZER
+#endif
+#endif
+#ifdef UNDER_THREAD_SANITIZER
+#define MISUSE_REQUIRE() GTEST_SKIP() << "the thread sanitizer allows no misuse"
+#else
+#define MISUSE_REQUIRE() static_cast<void>(0)
 #endif
 
 enum class FAULT_CALL {
@@ -35,6 +52,13 @@ enum class FAULT_CALL {
   RECVFROM,
   SEND,
   GETSOCKOPT,
+  PTHREAD_CREATE,
+  PTHREAD_MUTEXATTR_INIT,
+  PTHREAD_MUTEX_INIT,
+  PTHREAD_MUTEX_DESTROY,
+  PTHREAD_COND_INIT,
+  PTHREAD_COND_SIGNAL,
+  PTHREAD_COND_TIMEDWAIT,
   COUNT
 };
 
@@ -42,14 +66,16 @@ enum class FAULT_KIND {
   FAIL,   // The call does nothing and reports the error; an interrupted call is one that fails with EINTR.
   SHORT,  // The call moves half of the bytes that were asked for, at least one.
   VALUE,  // The call succeeds, and the error is the value that it reads (GETSOCKOPT alone).
+  NONE,   // The call does what it always does, after OnHit.
 };
 
 struct FAULT {
   FAULT_CALL Call;
   uint32_t First;      // The first call that is hit; 1 is the next one.
-  int Error;           // errno of a call that fails.
+  int Error;           // errno of a call that fails; the result of a thread call, 0 included.
   uint32_t Count = 1;  // Calls in a row that are hit, UINT32_MAX for all from there on.
   FAULT_KIND Kind = FAULT_KIND::FAIL;
+  std::function<void()> OnHit = nullptr;  // Runs before a call that is hit, itself free of the fault.
 };
 
 // One fault, as long as the object lives. Different calls can have a fault at the same time, one call a single one.
@@ -111,6 +137,21 @@ class SCOPED_INTERFACES {
 
   struct ifaddrs* const pList;
   int NumHeld = 0;  // Lists handed out and not released.
+};
+
+// As long as the object lives, the wall clock gives these readings, in microseconds since 1970, one a call, and the
+// last one from there on; -1 is a clock that cannot be read. Waits of the platform run on its own clock as ever.
+class SCOPED_WALL_CLOCK {
+ public:
+  explicit SCOPED_WALL_CLOCK(std::vector<int64_t> readingsUs);
+  ~SCOPED_WALL_CLOCK();
+  SCOPED_WALL_CLOCK(const SCOPED_WALL_CLOCK&) = delete;
+  SCOPED_WALL_CLOCK& operator=(const SCOPED_WALL_CLOCK&) = delete;
+
+  int64_t Read();
+
+  const std::vector<int64_t> ReadingsUs;
+  size_t NumReads = 0;
 };
 
 #endif

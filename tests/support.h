@@ -1,7 +1,7 @@
 #ifndef TESTS_SUPPORT_H
 #define TESTS_SUPPORT_H
 
-// What the module tests share: memory with a guarded end, and random input, the same in every run.
+// What the module tests share: memory with a guarded end, random input, the same in every run, and threads at once.
 
 #include <stdint.h>
 #include <string.h>
@@ -9,9 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 // Memory that ends right before a page which nobody may touch: a read or write behind it ends the test, with a
 // sanitizer and without. What lies before the part in use holds a pattern that tells of writes there.
@@ -109,6 +112,26 @@ inline std::string DigitsOf(uint64_t value, uint32_t base, std::string_view digi
     value /= base;
   } while (value != 0);
   return text;
+}
+
+// How long a call takes.
+template <typename CALL>
+int64_t MeasureUs(CALL call) {
+  const auto start = std::chrono::steady_clock::now();
+  call();
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Runs body in several threads at once, with the thread's index.
+template <typename BODY>
+void RunThreads(int count, BODY body) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; i++) {
+    threads.emplace_back(body, i);
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
 }
 
 #endif
