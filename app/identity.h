@@ -2,7 +2,7 @@
 #define APP_IDENTITY_H
 
 // Who the product is: its name, version and the texts made from them. Each operation returns a text that lives as long
-// as the process. For one thread at a time, since the first call of any of them puts the texts together.
+// as the process. For one thread at a time, since the texts are put together when the first of them is asked for.
 
 #ifdef __cplusplus
 extern "C" {

@@ -8,6 +8,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include <atomic>
+
 #include "app/identity.h"
 #include "app/options.h"
 #include "probe/script_engine.h"
@@ -26,7 +28,8 @@ constexpr int32_t EXIT_FAILED = -1;
 constexpr uint32_t NUM_USB_PORTS = 4;  // A smaller number given for USB is a port, a larger one a serial number.
 constexpr uint32_t TEXT_BYTES = 256;
 
-bool hasLibraryError;
+// Set from whatever thread the library calls back on.
+std::atomic<bool> hasLibraryError;
 
 char acCompileError[128];
 bool hasCompileError;
@@ -45,7 +48,7 @@ void OnLog(const char* text) {
 
 void OnError(const char* text) {
   printf("Vorta error: %s\n", text);
-  hasLibraryError = true;
+  hasLibraryError.store(true, std::memory_order_relaxed);
 }
 
 // Keeps the first text only; any call at all marks the compilation as failed.
@@ -93,6 +96,7 @@ void SelectProbe(const SESSION_SETTINGS& settings) {
 void PrintProbe() {
   char acFirmware[TEXT_BYTES] = "";
   VORTAARM_GetFirmwareString(acFirmware, sizeof(acFirmware));
+  acFirmware[sizeof(acFirmware) - 1] = '\0';  // A library that fills it whole may leave it open.
   printf("Firmware: %s\n", acFirmware);
   printf("S/N: %u\n\n", VORTAARM_GetSN());
 }
@@ -142,7 +146,7 @@ int32_t Execute(const SCRIPT_ENGINE& engine, int32_t handle, const char* operati
   if (result < 0) {
     return Fail("Script file function '%s' returned with error code %d\n", operation, result);
   }
-  return hasLibraryError ? EXIT_FAILED : EXIT_OK;
+  return hasLibraryError.load(std::memory_order_relaxed) ? EXIT_FAILED : EXIT_OK;
 }
 
 int32_t RunInstance(const SCRIPT_ENGINE& engine, const SESSION_SETTINGS& settings, const SCRIPT_COMPILE_INFO& code) {

@@ -8,7 +8,6 @@
 
 #include <string>
 
-#include "sys/sys.h"
 #include "util/bits.h"
 #include "util/scan.h"
 #include "util/strings.h"
@@ -108,19 +107,6 @@ void BuiltinSwap(benchmark::State& state) {
 
 BENCHMARK(ReverseBits32);
 BENCHMARK(BuiltinSwap);
-
-void SplitPath(benchmark::State& state) {
-  char acDir[256];
-  char acName[256];
-  char acExtension[256];
-  for (auto _ : state) {
-    SYS_SplitPath("/opt/nordax/bin/Script/Provision.pex", nullptr, 0, acDir, sizeof(acDir), acName, sizeof(acName),
-                  acExtension);
-    benchmark::ClobberMemory();
-  }
-}
-
-BENCHMARK(SplitPath);
 
 }  // namespace
 

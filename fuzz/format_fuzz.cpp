@@ -1,6 +1,6 @@
-// Formats of both engines. Every argument is the address of a text, which is also a number to those conversions that
-// want one, so that any format has arguments that fit. The oracles: a cut text is the beginning of the whole one and
-// ends within its buffer, the full engine's result does not depend on the size, and a device sees the same characters.
+// Formats of both engines, with numbers from the input and a text where a conversion takes one. The oracles: a cut text
+// is the beginning of the whole one and ends within its buffer, the full engine's result does not depend on the size,
+// and a device sees the same characters.
 
 #include "fuzz/input.h"
 #include "util/fmt.h"
@@ -8,29 +8,49 @@
 
 namespace {
 
-constexpr size_t MAX_CONVERSIONS = 16;
+constexpr size_t MAX_CONVERSIONS = 12;
 constexpr uint32_t WHOLE_BYTES = 4096;
 constexpr char GUARD = '\x5A';
 
-// Cuts a format before it takes more arguments than it is given.
-std::string LimitConversions(std::string format) {
+// The arguments of a format: 64-bit slots, each a number of the input or the address of the text.
+struct ARGUMENT_LIST {
+  uint64_t aSlot[MAX_CONVERSIONS];
+};
+
+// Cuts a format before it takes more arguments than there are, and gives each conversion the kind that it takes. The
+// two engines differ in what may stand before the letter.
+ARGUMENT_LIST MakeArguments(std::string* pFormat, FUZZ_INPUT numbers, const char* text, const char* skipped,
+                            const char* letters) {
+  ARGUMENT_LIST list = {};
   size_t count = 0;
-  for (size_t i = 0; i < format.size(); i++) {
-    if (format[i] == '%' && ++count > MAX_CONVERSIONS) {
-      return format.substr(0, i);
+  for (size_t i = pFormat->find('%'); i != std::string::npos; i = pFormat->find('%', i)) {
+    if (count == MAX_CONVERSIONS) {
+      pFormat->resize(i);
+      break;
     }
+    i = pFormat->find_first_not_of(skipped, i + 1);
+    if (i == std::string::npos) {
+      break;
+    }
+    const char letter = (*pFormat)[i];
+    if (letter == 's' || strchr(letters, letter) != nullptr) {
+      list.aSlot[count++] = letter == 's' ? reinterpret_cast<uintptr_t>(text) : numbers.Take<uint64_t>();
+    }
+    i += letter != '\0';
   }
-  return format;
+  return list;
 }
 
-#define ARGUMENTS(a) a, a, a, a, a, a, a, a, a, a, a, a, a, a, a, a
+#define SLOTS(list)                                                                                        \
+  list.aSlot[0], list.aSlot[1], list.aSlot[2], list.aSlot[3], list.aSlot[4], list.aSlot[5], list.aSlot[6], \
+      list.aSlot[7], list.aSlot[8], list.aSlot[9], list.aSlot[10], list.aSlot[11]
 
-int32_t FormatFull(char* pDest, uint32_t size, const char* format, const char* a) {
-  return UTIL_snprintf(pDest, size, format, ARGUMENTS(a));
+int32_t FormatFull(char* pDest, uint32_t size, const char* format, const ARGUMENT_LIST& list) {
+  return UTIL_snprintf(pDest, size, format, SLOTS(list));
 }
 
-int32_t FormatCompact(char* pDest, uint32_t size, const char* format, const char* a) {
-  const char* pEnd = FMT_snprintf(pDest, size, format, ARGUMENTS(a));
+int32_t FormatCompact(char* pDest, uint32_t size, const char* format, const ARGUMENT_LIST& list) {
+  const char* pEnd = FMT_snprintf(pDest, size, format, SLOTS(list));
   FUZZ_EXPECT(*pEnd == '\0');
   return static_cast<int32_t>(pEnd - pDest);
 }
@@ -48,19 +68,19 @@ void FormatToDevice(UTIL_PRINTF_DEVICE* pDevice, const char* format, ...) {
   va_end(args);
 }
 
-std::string FormatStream(uint32_t size, const char* format, const char* a) {
+std::string FormatStream(uint32_t size, const char* format, const ARGUMENT_LIST& list) {
   std::string stream;
   std::vector<char> text(size);
   UTIL_PRINTF_BUFFER buffer = {text.data(), static_cast<int32_t>(size), 0};
   UTIL_PRINTF_DEVICE device = {&stream, &buffer, FlushToStream};
-  FormatToDevice(&device, format, ARGUMENTS(a));
+  FormatToDevice(&device, format, SLOTS(list));
   return stream;
 }
 
 template <typename FORMAT>
-void ExpectBeginning(FORMAT format, uint32_t size, const char* pFormat, const char* a, const char* whole) {
+void ExpectBeginning(FORMAT format, uint32_t size, const char* pFormat, const ARGUMENT_LIST& list, const char* whole) {
   std::vector<char> cut(size + 1, GUARD);
-  format(cut.data(), size, pFormat, a);
+  format(cut.data(), size, pFormat, list);
   FUZZ_EXPECT(cut[size] == GUARD);
   const size_t length = strnlen(cut.data(), size);
   FUZZ_EXPECT(length < size);
@@ -74,19 +94,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t numBytes) {
   FUZZ_INPUT input(pData, numBytes);
   const uint32_t size = input.Take<uint8_t>() + 1u;
   const std::string text = input.TakeText(64);
-  FUZZ_TEXT format(LimitConversions(input.TakeText(1024)));
+  const std::string wholeFormat = input.TakeText(1024);
   char acWhole[WHOLE_BYTES];
 
-  const int32_t length = FormatFull(acWhole, sizeof(acWhole), format.Get(), text.c_str());
+  std::string full = wholeFormat;
+  ARGUMENT_LIST list = MakeArguments(&full, input, text.c_str(), "-+ #0123456789.hl", "duxXpc");
+  FUZZ_TEXT format(full);
+  const int32_t length = FormatFull(acWhole, sizeof(acWhole), format.Get(), list);
   FUZZ_EXPECT(length >= 0);
-  FUZZ_EXPECT(FormatFull(nullptr, 0, format.Get(), text.c_str()) == length);
-  ExpectBeginning(FormatFull, size, format.Get(), text.c_str(), acWhole);
-  if (length < static_cast<int32_t>(sizeof(acWhole)) &&
-      strnlen(acWhole, sizeof(acWhole)) == static_cast<size_t>(length)) {
-    FUZZ_EXPECT(FormatStream(size + 1, format.Get(), text.c_str()) == acWhole);
+  FUZZ_EXPECT(FormatFull(nullptr, 0, format.Get(), list) == length);
+  ExpectBeginning(FormatFull, size, format.Get(), list, acWhole);
+  if (strnlen(acWhole, sizeof(acWhole)) == static_cast<size_t>(length)) {
+    FUZZ_EXPECT(FormatStream(size + 1, format.Get(), list) == acWhole);
   }
 
-  FormatCompact(acWhole, sizeof(acWhole), format.Get(), text.c_str());
-  ExpectBeginning(FormatCompact, size, format.Get(), text.c_str(), acWhole);
+  std::string compact = wholeFormat;
+  list = MakeArguments(&compact, input, text.c_str(), "0123456789.l", "diuxXpc");
+  FUZZ_TEXT compactFormat(compact);
+  FormatCompact(acWhole, sizeof(acWhole), compactFormat.Get(), list);
+  ExpectBeginning(FormatCompact, size, compactFormat.Get(), list, acWhole);
   return 0;
 }

@@ -11,15 +11,10 @@
 #include <memory>
 #include <string>
 
+#include "fuzz/input.h"
 #include "sys/sys_path.h"
 
 namespace {
-
-void Check(bool isTrue) {
-  if (!isTrue) {
-    abort();
-  }
-}
 
 // A buffer of exactly that size, so that the sanitizer sees the first byte behind it.
 struct BUFFER {
@@ -65,12 +60,12 @@ void CheckSplitting(const std::string& path, const PARTS& parts, uint32_t dirSiz
   BUFFER name(nameSize);
   BUFFER extension(nameSize != 0 ? nameSize : static_cast<uint32_t>(path.size()) + 1);
   SYS_SplitPath(path.c_str(), drive, 0, dir, dirSize, name, nameSize, extension);
-  Check(drive.Holds("") && dir.Holds(parts.Dir) && name.Holds(parts.Name) && extension.Holds(parts.Extension));
+  FUZZ_EXPECT(drive.Holds("") && dir.Holds(parts.Dir) && name.Holds(parts.Name) && extension.Holds(parts.Extension));
   SYS_GetFileBaseName(path.c_str(), name, nameSize);
-  Check(name.HoldsWholeOrNothing(parts.Name));
+  FUZZ_EXPECT(name.HoldsWholeOrNothing(parts.Name));
   BUFFER whole(nameSize);
   SYS_GetFileExtension(path.c_str(), whole, nameSize);
-  Check(whole.HoldsWholeOrNothing(parts.Extension));
+  FUZZ_EXPECT(whole.HoldsWholeOrNothing(parts.Extension));
   // Each part in turn over the path itself.
   const auto size = static_cast<uint32_t>(path.size()) + 1;
   for (int i = 0; i < 3; i++) {
@@ -79,7 +74,7 @@ void CheckSplitting(const std::string& path, const PARTS& parts, uint32_t dirSiz
     char* pCopy = copy;
     SYS_SplitPath(pCopy, nullptr, 0, i == 0 ? pCopy : nullptr, size, i == 1 ? pCopy : nullptr, size,
                   i == 2 ? pCopy : nullptr);
-    Check(copy.Holds(i == 0 ? parts.Dir : i == 1 ? parts.Name : parts.Extension));
+    FUZZ_EXPECT(copy.Holds(i == 0 ? parts.Dir : i == 1 ? parts.Name : parts.Extension));
   }
 }
 
@@ -93,7 +88,7 @@ void CheckJoining(const std::string& base, const std::string& relative, uint32_t
   BUFFER joined(size);
   SYS_JoinPath(base.c_str(), relative.c_str(), joined, size);
   expected.resize(size == 0 ? 0 : size - 1);
-  Check(size == 0 || std::string(joined, size) == expected + '\0');
+  FUZZ_EXPECT(size == 0 || std::string(joined, size) == expected + '\0');
 }
 
 }  // namespace
@@ -113,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t numBytes) {
     BUFFER made(size);
     SYS_MakePath(made, size, nullptr, parts.Dir.c_str(), parts.Name.c_str(),
                  parts.Extension.empty() ? nullptr : parts.Extension.c_str());
-    Check(made.Holds(path));
+    FUZZ_EXPECT(made.Holds(path));
     CheckJoining(path, relative, size);
   }
   CheckJoining(parts.Dir, relative, pData[2]);

@@ -54,10 +54,20 @@ void CheckNumbers(const std::string& text) {
     cursor = block.Get();
     FUZZ_EXPECT(((isHex ? UTIL_ParseHex32 : UTIL_ParseU32)(&cursor, &low) == 0) == isNumber);
     FUZZ_EXPECT(low == (isNumber ? static_cast<uint32_t>(expected) : 0));
+    FUZZ_EXPECT(cursor == block.Get() + (isNumber ? pos : 0));
+    if (isHex != 0) {
+      cursor = block.Get();
+      FUZZ_EXPECT((UTIL_ParseHex64(&cursor, &value) == 0) == isNumber);
+      FUZZ_EXPECT(value == (isNumber ? expected : 12345));
+    } else {
+      const bool isPlain = isNumber && !IsWhite(text[0]) && text[0] != '-';
+      low = 12345;
+      FUZZ_EXPECT((UTIL_StrToU32(block.Get(), &low) == 0) == isPlain);
+      FUZZ_EXPECT(low == (isPlain ? static_cast<uint32_t>(expected) : 12345));
+    }
   }
-  uint32_t value = 0;
-  UTIL_StrToU32(block.Get(), &value);
-  UTIL_IsDecimalString(block.Get());
+  const bool isDecimal = std::all_of(text.begin(), text.end(), [](char c) { return IsDigit(c, false); });
+  FUZZ_EXPECT(UTIL_IsDecimalString(block.Get()) == isDecimal);
 }
 
 void CheckToken(const std::string& text, uint32_t capacity, char delimiter) {

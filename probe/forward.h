@@ -64,7 +64,8 @@ struct FORWARDER<ENTRY, RESULT(ARGS...)> {
   static inline RESULT (*pfTarget)(ARGS...) = Bind;
 };
 
-// Define the exported forwarder of one entry point: FORWARD(result, name, types of up to 15 parameters), and with its
+// Define the exported forwarder of one entry point: FORWARD(result, name, types of up to 15 parameters), where a type
+// that does not stand whole before a name, such as a pointer to a function, goes by an alias; and with its
 // index for an entry point that returns int32_t and has no name in the library.
 #define FORWARD(RESULT, NAME, ...) FORWARD_TO(NAMED_ENTRY<#NAME>, RESULT, NAME, __VA_ARGS__)
 #define FORWARD_INDEXED(INDEX, NAME, ...) FORWARD_TO(INDEXED_ENTRY<INDEX>, int32_t, NAME, __VA_ARGS__)

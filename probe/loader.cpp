@@ -17,6 +17,7 @@ namespace {
 constexpr char FILE_NAME[] = "libvortaarm.dylib";
 constexpr char BASE_NAME[] = "libvortaarm";
 constexpr uint32_t PATH_BYTES = 512;
+constexpr uint32_t ERROR_TEXT_BYTES = 2048;  // Names the library by its path, and what is missing behind that.
 
 void* pLibrary;
 
@@ -103,7 +104,7 @@ void* PROBE_ResolveSymbol(const char* name) {
   void* pSymbol = dlsym(pLibrary, name);
   const char* pError = dlerror();
   if (pError != nullptr) {
-    char acError[PATH_BYTES];
+    char acError[ERROR_TEXT_BYTES];
     UTIL_CopyString(acError, pError, sizeof(acError));  // Closing the library may free the text.
     dlclose(pLibrary);
     printf("Function not found: %s (%s). Exiting now.\n", name, acError);

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "sys/local_time.h"
+#include "sys/repeat.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ int32_t SYS_DIR_Exists(const char* path) {
 }
 
 int32_t SYS_DirOfPathExists(const char* path) {
-  const char* pSlash = strrchr(path, '/');
+  const char* pSlash = path == nullptr ? nullptr : strrchr(path, '/');
   char acDir[PATH_MAX];
   if (pSlash == nullptr || pSlash == path || static_cast<size_t>(pSlash - path) >= sizeof(acDir)) {
     return 0;
@@ -52,7 +53,7 @@ int32_t SYS_DirOfPathExists(const char* path) {
   memcpy(acDir, path, static_cast<size_t>(pSlash - path));
   acDir[pSlash - path] = '\0';
   // A pipe would wait for its writer.
-  const int fd = open(acDir, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const int fd = Repeat([&acDir] { return open(acDir, O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
   if (fd < 0) {
     return 0;
   }
@@ -199,10 +200,14 @@ bool Report(const LISTING& listing, const dirent& item) {
 }  // namespace
 
 int32_t SYS_DIR_List(const char* path, void* pContext, SYS_DIR_FUNC* pfOnEntry) {
-  DIR* pDir = opendir(path);
+  DIR* pDir;
+  do {
+    pDir = opendir(path);
+  } while (pDir == nullptr && errno == EINTR);
   if (pDir == nullptr) {
     return -1;
   }
+  tzset();  // Once for all entries: localtime_r alone need not notice another time zone.
   const LISTING listing = {dirfd(pDir), path, MaxNameLength(path), pfOnEntry, pContext};
   int32_t count = 0;
   errno = 0;

@@ -16,6 +16,16 @@
 #include "util/printf.h"
 #include "util/strings.h"
 
+namespace {
+
+// An empty text is no directory either: with it, the root directory would be filled.
+const char* GetHome() {
+  const char* home = getenv("HOME");
+  return home == nullptr || home[0] == '\0' ? nullptr : home;
+}
+
+}  // namespace
+
 int32_t SYS_GetTempDir(char* pDest, uint32_t size) {
   const char* dir = getenv("TMPDIR");
   if (dir == nullptr) {
@@ -26,7 +36,7 @@ int32_t SYS_GetTempDir(char* pDest, uint32_t size) {
 }
 
 int32_t SYS_GetAppDataDir(char* pDest, uint32_t size) {
-  const char* home = getenv("HOME");
+  const char* home = GetHome();
   if (pDest == nullptr || size == 0 || home == nullptr) {
     errno = pDest == nullptr || size == 0 ? EINVAL : ENOENT;
     return -1;
@@ -66,11 +76,14 @@ bool CanCreateFilesIn(const char* dir) {
 void SYS_GetWritableDir(char* pDest, uint32_t size) {
   char acDir[MAX_WRITABLE_DIR];
   SYS_GetExeDir(acDir, sizeof(acDir));
-  const char* home = getenv("HOME");
+  const char* home = GetHome();
   // Without a known place of the program the trial would take the root directory.
   if (home != nullptr && (acDir[0] == '\0' || !CanCreateFilesIn(acDir))) {
     UTIL_snprintf(acDir, sizeof(acDir), "%s/.NORDAX", home);
     mkdir(acDir, HOME_DIR_MODE);
   }
   UTIL_CopyString(pDest, acDir, size);
+  if (size != 0) {
+    pDest[size - 1] = '\0';
+  }
 }

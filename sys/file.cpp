@@ -12,6 +12,7 @@
 #include <algorithm>
 
 #include "sys/local_time.h"
+#include "sys/repeat.h"
 #include "sys/sys_dir.h"
 #include "sys/sys_file.h"
 #include "util/strings.h"
@@ -22,15 +23,6 @@ constexpr mode_t NEW_FILE_MODE = 0644;
 constexpr uint32_t MAX_USER_PATH = 512;
 constexpr uint32_t PASSWORD_ENTRY_BYTES = 4096;  // The most that platforms recommend.
 constexpr uint32_t LINE_CHUNK_BYTES = 256;
-
-template <typename CALL>
-auto Repeat(CALL call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
 
 // What the 32-bit results of one read or write can tell; Darwin refuses more.
 size_t Limit(uint32_t numBytes) {
@@ -127,8 +119,10 @@ int32_t SYS_FILE_OpenUserPath(const char* path, uint32_t flags) {
     path = acPath;
   }
   const int32_t fd = SYS_FILE_Open(path, flags);
-  // Almost always the directory is there already: it is looked at only when the file could not be created.
-  if (fd >= 0 || errno != ENOENT || (flags & SYS_FILE_CREATE) == 0 || !CreateParent(path)) {
+  // Almost always the directory is there already: it is looked at only when the file could not be created. A path that
+  // ends in '/' is refused as a directory's, once its directory is there.
+  const bool mayLackParent = errno == ENOENT || errno == EISDIR;
+  if (fd >= 0 || !mayLackParent || (flags & SYS_FILE_CREATE) == 0 || !CreateParent(path)) {
     return fd;
   }
   return SYS_FILE_Open(path, flags);
@@ -221,6 +215,7 @@ int32_t SYS_FILE_GetTimes(int32_t fd, SYS_TIME* pAccessed, SYS_TIME* pModified) 
   if (fstat(fd, &status) < 0) {
     return -1;
   }
+  tzset();
   if (pAccessed != nullptr) {
     TIME_FillLocal(status.st_atime, pAccessed);
   }

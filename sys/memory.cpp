@@ -28,7 +28,12 @@ void SYS_Free(void* p) {
 }
 
 void* SYS_Realloc(void* p, uint32_t size) {
-  return realloc(p, size);
+  // A size of 0 may free the block and give null, which a caller would take for a failure that left the block alone.
+  void* pNew = realloc(p, size != 0 ? size : 1);
+  if (pNew == nullptr) {
+    NoteFailure(size);
+  }
+  return pNew;
 }
 
 void SYS_FreeAndClear(void** pp) {

@@ -116,11 +116,13 @@ void SYS_JoinPath(const char* base, const char* relative, char* pDest, uint32_t 
 }
 
 void SYS_GetFileExtension(const char* path, char* pDest, uint32_t size) {
+  path = path != nullptr ? path : "";
   const PATH_PARTS parts = FindParts(path);
   CopyWholePart(pDest, size, path + parts.ExtensionPos, parts.Length - parts.ExtensionPos);
 }
 
 void SYS_GetFileBaseName(const char* path, char* pDest, uint32_t size) {
+  path = path != nullptr ? path : "";
   const PATH_PARTS parts = FindParts(path);
   CopyWholePart(pDest, size, path + parts.DirLen, parts.ExtensionPos - parts.DirLen);
 }

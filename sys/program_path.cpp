@@ -24,14 +24,27 @@ bool FollowLink(char* path) {
     return false;
   }
   acTarget[length] = '\0';
-  if (!SYS_IsAbsolutePath(acTarget)) {
-    char acDir[MAX_IMAGE_PATH];
-    SYS_SplitPath(path, nullptr, 0, acDir, sizeof(acDir), nullptr, 0, nullptr);
-    UTIL_CopyString(path, acDir, MAX_IMAGE_PATH);
-    UTIL_AppendString(path, acTarget, MAX_IMAGE_PATH);
-  } else {
-    UTIL_CopyString(path, acTarget, MAX_IMAGE_PATH);
+  char* pLast = SYS_IsAbsolutePath(acTarget) ? nullptr : strrchr(path, '/');
+  char* pReplaced = pLast == nullptr ? path : pLast + 1;
+  UTIL_CopyString(pReplaced, acTarget, static_cast<uint32_t>(path + MAX_IMAGE_PATH - pReplaced));
+  return true;
+}
+
+// Finds where the image was started from. A bare name was found through the search path: as a link where programs are
+// installed, else the process knows better.
+bool FindImage(char* path) {
+  if (PLATFORM_GetImagePath(path, MAX_IMAGE_PATH) < 0) {
+    return false;
   }
+  if (strchr(path, '/') != nullptr) {
+    return true;
+  }
+  char acInstalled[MAX_IMAGE_PATH];
+  UTIL_snprintf(acInstalled, sizeof(acInstalled), "/usr/local/bin/%s", path);
+  if (!FollowLink(acInstalled)) {
+    return PLATFORM_GetProcessPath(path, MAX_IMAGE_PATH) >= 0;
+  }
+  UTIL_CopyString(path, acInstalled, MAX_IMAGE_PATH);
   return true;
 }
 
@@ -49,13 +62,10 @@ void CopyDir(const char* path, char* pDest, uint32_t size) {
 
 void SYS_GetExePath(char* pDest, uint32_t size) {
   UTIL_CopyString(pDest, "", size);
-  char acImage[MAX_IMAGE_PATH];
-  if (PLATFORM_GetImagePath(acImage, sizeof(acImage)) < 0) {
+  char acPath[MAX_IMAGE_PATH];
+  if (!FindImage(acPath)) {
     return;
   }
-  char acPath[MAX_IMAGE_PATH];
-  const char* format = strchr(acImage, '/') == nullptr ? "/usr/local/bin/%s" : "%s";
-  UTIL_snprintf(acPath, sizeof(acPath), format, acImage);
   for (uint32_t i = 0; i < PLATFORM_MAX_LINKS && FollowLink(acPath); i++) {
   }
   UTIL_CopyString(pDest, acPath, size);

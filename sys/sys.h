@@ -4,8 +4,9 @@
 // The operating-system layer: the only code that talks to the platform, behind one set of plain functions.
 //
 // Each topic has a header of its own; this one includes them all. What holds everywhere:
-// - Results are signed 32-bit: 0, a count or a descriptor on success, -1 on failure; predicates give 1 or 0, creators
-//   a handle or null. After a failure the platform's error number is what SYS_GetLastError returns.
+// - Results are signed 32-bit where not shown otherwise: 0, a count or a descriptor on success, -1 on failure;
+//   predicates give 1 or 0, creators a handle or null. After a failure the platform's error number is what
+//   SYS_GetLastError returns.
 // - Descriptors of files, sockets and serial ports are the platform's own, -1 meaning none, and close on exec.
 // - Texts are 8-bit and NUL-terminated. A size counts the whole buffer; what does not fit is cut, and the text is
 //   terminated.

@@ -37,15 +37,15 @@ typedef int32_t SYS_DIR_FUNC(const SYS_DIR_ENTRY* pEntry, void* pContext);
 int32_t SYS_FILE_Exists(const char* path);
 int32_t SYS_DIR_Exists(const char* path);
 
-// Returns 1 when whatever the directory part of the path names can be opened for reading, else 0; also 0 for a path
-// without a directory part or with the root alone as that.
+// Returns 1 when whatever the directory part of the path names can be opened for reading, else 0; also 0 for null, and
+// for a path without a directory part or with the root alone as that.
 int32_t SYS_DirOfPathExists(const char* path);
 
 // Returns the attributes of what the path names, 0 for a null path, or -1 when there is nothing or it cannot be looked
 // at.
 int32_t SYS_FILE_GetAttributes(const char* path);
 
-// Removes a file, or a symbolic link itself. Returns 0 in every case: SYS_FILE_GetAttributes tells whether it is gone.
+// Removes a file, or a symbolic link itself. Returns 0 in every case.
 int32_t SYS_FILE_Delete(const char* path);
 
 // Gives a file or directory another path on the same file system and replaces, in one step, a file that has that path.

@@ -14,7 +14,8 @@ extern "C" {
 // Splits a path: /x/y.z/file.tar.gz gives the directory "/x/y.z/", the name "file.tar" and the extension ".gz". The
 // directory is everything up to the last '/'. The extension begins at the last '.' behind it, unless that is the first
 // character of the name. The drive is always empty. Each output may be null; the others are cut to their sizes, the
-// extension to nameSize (to nothing shorter than itself when nameSize is 0). A null path, or exhausted memory with a
+// extension to nameSize, or, with nameSize 0, not
+// at all: its buffer must hold it then. A null path, or exhausted memory with a
 // path of more than 1,023 characters, leaves all outputs as they were. Outputs may overlap the path.
 void SYS_SplitPath(const char* path, char* pDrive, uint32_t driveSize, char* pDir, uint32_t dirSize, char* pName,
                    uint32_t nameSize, char* pExtension);
@@ -37,7 +38,7 @@ int32_t SYS_IsAbsolutePath(const char* path);
 void SYS_JoinPath(const char* base, const char* relative, char* pDest, uint32_t size);
 
 // Gives the extension of a path with its '.', or its name without extension, as SYS_SplitPath does; empty when it does
-// not fit whole.
+// not fit whole, and for a null path.
 void SYS_GetFileExtension(const char* path, char* pDest, uint32_t size);
 void SYS_GetFileBaseName(const char* path, char* pDest, uint32_t size);
 
@@ -60,13 +61,14 @@ int32_t SYS_GetTempDir(char* pDest, uint32_t size);
 
 // Gives the directory for the application's data, "Library/Application Support/NORDAX" below HOME, without a '/' at its
 // end, and creates it with its parents where it is missing. Returns 0, or -1 with pDest as it was when pDest is null,
-// size is 0, HOME is unset or the directory cannot be created. A path of more than 511 characters, or of size and more,
-// is cut before it is created.
+// size is 0, HOME is unset or empty, or the directory cannot be created. A path of more than 511 characters, or of size
+// and more, is cut before it is created.
 int32_t SYS_GetAppDataDir(char* pDest, uint32_t size);
 
 // Gives a directory that files can be created in: that of SYS_GetExeDir if a trial shows it to be one, else ".NORDAX"
 // below HOME, without a '/' at its end, which is created (0775, less the file-creation mask) where it is missing. Gives
-// the first when HOME is unset, and the second even when it cannot be created. The trial leaves nothing behind.
+// the first when HOME is unset or empty, and the second even when it cannot be created. The trial leaves nothing
+// behind.
 void SYS_GetWritableDir(char* pDest, uint32_t size);
 
 #ifdef __cplusplus

@@ -193,7 +193,7 @@ TEST(ExePath, FollowsLinksToTheEndButNotForEver) {
        "/a/tool",
        "/a/"},
       {{{IMAGE, "/a/x"}, {"/a/x", "y"}, {"/a/y", "x"}}, "/a/x", "/a/", "/a/x", "/a/"},
-      {{{IMAGE, "tool"}}, "/usr/local/bin/tool", "/usr/local/bin/", "tool", ""},
+      {{{IMAGE, "tool"}}, "tool", "", "tool", ""},
       {{{IMAGE, "tool"}, {"/usr/local/bin/tool", "/opt/t"}}, "/opt/t", "/opt/", "tool", ""},
       {{{IMAGE, longDir + "t"}},
        longDir + "t",

@@ -72,7 +72,10 @@ class SCOPED_ENV {
     }
     Set(value);
   }
-  ~SCOPED_ENV() { Set(Old ? Old->c_str() : nullptr); }
+  ~SCOPED_ENV() {
+    Set(Old ? Old->c_str() : nullptr);
+    tzset();
+  }
   SCOPED_ENV(const SCOPED_ENV&) = delete;
   SCOPED_ENV& operator=(const SCOPED_ENV&) = delete;
 
@@ -83,7 +86,6 @@ class SCOPED_ENV {
     } else {
       setenv(Name, value, 1);
     }
-    tzset();
   }
 
   const char* Name;

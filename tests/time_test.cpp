@@ -159,7 +159,7 @@ TEST(TickCounts, AreStartedBySleepingAndByAskingForElapsedTime) {
     EXPECT_GE(SYS_GetTickUs(), 1000U);
   });
   RunInFreshProcess([] {
-    EXPECT_GT(SYS_GetTimeMs() + 1, 0U);
+    SYS_GetTimeMs();  // Claims no base for the others.
     EXPECT_EQ(SYS_GetTickMs(), 0U);
     EXPECT_EQ(SYS_GetTickUs(), 0U);
   });

@@ -2,8 +2,8 @@
 #define UTIL_DIGITS_H
 
 // Inside the layer: the digits of unsigned numbers for both formatting engines. A number is written straight to where
-// it belongs, from its last digit backwards once its length is known; only a number that its buffer cuts goes out digit
-// by digit from the front.
+// it belongs, from its last digit backwards once its length is known; only a number that its buffer cuts, or that a
+// device takes, goes out digit by digit from the front.
 
 #include <stdint.h>
 #include <string.h>

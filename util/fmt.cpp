@@ -141,7 +141,7 @@ char* FMT_snprintf(char* pDest, uint32_t size, const char* format, ...) {
 
 // Flattened: with everything in one function the sink stays in registers.
 [[gnu::flatten]] char* FMT_vsnprintf(char* pDest, uint32_t size, const char* format, va_list* pArgs) {
-  UTIL_SINK sink(pDest, size, 0);
+  UTIL_SINK sink(pDest, std::min<uint32_t>(size, INT32_MAX), 0);
   UTIL_PLAIN_TEXT plain;
   for (const char* s = format; *s != '\0';) {
     if (*s == '%') {

@@ -17,8 +17,8 @@
 // "%%" is a percent sign. c and s ignore width and precision. A format that ends inside a specification ends the output
 // there.
 //
-// Texts that do not fit are cut to size - 1 characters and always terminated. format must not be null. Any number of
-// threads may format at once, each into a buffer of its own.
+// Texts that do not fit are cut to size - 1 characters, at most INT32_MAX - 1, and always terminated. format must not
+// be null. Any number of threads may format at once, each into a buffer of its own.
 
 #include <stdarg.h>
 #include <stdint.h>

@@ -26,19 +26,22 @@ struct CONVERSION_SPEC {
   int32_t Precision;
 };
 
+// Asked anew each time: a flush may switch its device off.
+bool IsFlushed(const UTIL_PRINTF_DEVICE* pDevice) {
+  return pDevice != nullptr && pDevice->pfFlush != nullptr;
+}
+
 // Output into a plain buffer: a sink, kept in registers while the format runs and exchanged with the caller's record
 // only around the handlers of added conversions.
 class BUFFER_OUTPUT : public UTIL_SINK {
  public:
   explicit BUFFER_OUTPUT(UTIL_PRINTF_BUFFER* pRecord, UTIL_PRINTF_DEVICE* pUnflushed = nullptr)
-      : UTIL_SINK(pRecord->pBuffer, SizeOf(pRecord), static_cast<uint32_t>(std::max(pRecord->Cnt, 0))),
-        pBufferRecord(pRecord),
-        pDevice(pUnflushed) {}
+      : UTIL_SINK(Load(pRecord)), pBufferRecord(pRecord), pDevice(pUnflushed) {}
 
   void CallHandler(const UTIL_PRINTF_CONVERSION* pConversion, va_list* pArgs, const CONVERSION_SPEC& spec) {
     Store();
     pConversion->pfHandler(pBufferRecord, pDevice, &PRINTF_API, pArgs, spec.Flags, spec.Width, spec.Precision);
-    Count = static_cast<uint32_t>(std::max(pBufferRecord->Cnt, 0));
+    *static_cast<UTIL_SINK*>(this) = Load(pBufferRecord);  // The record is the handler's to change as a whole.
   }
 
   void Store() { pBufferRecord->Cnt = static_cast<int32_t>(Count); }
@@ -51,8 +54,9 @@ class BUFFER_OUTPUT : public UTIL_SINK {
   }
 
  private:
-  static uint32_t SizeOf(const UTIL_PRINTF_BUFFER* pRecord) {
-    return static_cast<uint32_t>(std::max(pRecord->BufferSize, 0));
+  static UTIL_SINK Load(const UTIL_PRINTF_BUFFER* pRecord) {
+    return UTIL_SINK(pRecord->pBuffer, static_cast<uint32_t>(std::max(pRecord->BufferSize, 0)),
+                     static_cast<uint32_t>(std::max(pRecord->Cnt, 0)));
   }
 
   UTIL_PRINTF_BUFFER* pBufferRecord;
@@ -92,7 +96,7 @@ class DEVICE_OUTPUT {
     }
     const int32_t end = std::min(pBuffer->Cnt, pBuffer->BufferSize - 1);
     pBuffer->pBuffer[end] = '\0';
-    if (end > 0 && end + 1 < pBuffer->BufferSize) {
+    if (end > 0 && end + 1 < pBuffer->BufferSize && IsFlushed(pDevice)) {
       pDevice->pfFlush(pDevice);
     }
   }
@@ -101,10 +105,6 @@ class DEVICE_OUTPUT {
   UTIL_PRINTF_BUFFER* pBuffer;
   UTIL_PRINTF_DEVICE* pDevice;
 };
-
-bool IsFlushed(const UTIL_PRINTF_DEVICE* pDevice) {
-  return pDevice != nullptr && pDevice->pfFlush != nullptr;
-}
 
 constexpr bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -204,14 +204,13 @@ int64_t PutNumber(OUTPUT& output, uint32_t value, uint32_t base, const CONVERSIO
   return total;
 }
 
-template <typename OUTPUT>
-void PutSigned(OUTPUT& output, int32_t value, uint32_t base, CONVERSION_SPEC spec) {
-  uint32_t magnitude = static_cast<uint32_t>(value);
-  if (value < 0) {
-    magnitude = 0 - magnitude;
-    spec.Flags |= PRINTF_FLAG_NEGATIVE;
+// Gives the magnitude of a number, and puts its sign into the flags.
+uint32_t TakeSign(int32_t value, int32_t* pFlags) {
+  if (value >= 0) {
+    return static_cast<uint32_t>(value);
   }
-  PutNumber(output, magnitude, base, spec);
+  *pFlags |= PRINTF_FLAG_NEGATIVE;
+  return 0 - static_cast<uint32_t>(value);
 }
 
 template <typename OUTPUT>
@@ -231,6 +230,7 @@ void PutAddedConversion(OUTPUT& output, char letter, va_list* pArgs, const CONVE
 template <typename OUTPUT>
 const char* PutConversion(OUTPUT& output, const char* s, va_list* pArgs) {
   CONVERSION_SPEC spec = ReadSpec(&s);
+  uint32_t value;
   switch (*s) {
     case '\0':
       return s;
@@ -238,7 +238,8 @@ const char* PutConversion(OUTPUT& output, const char* s, va_list* pArgs) {
       output.PutChar('%');
       break;
     case 'd':
-      PutSigned(output, va_arg(*pArgs, int), 10, spec);
+      value = TakeSign(va_arg(*pArgs, int), &spec.Flags);
+      PutNumber(output, value, 10, spec);
       break;
     case 'u':
       PutNumber(output, va_arg(*pArgs, unsigned), 10, spec);
@@ -321,7 +322,7 @@ int32_t UTIL_PrintfCore(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice
   va_list copy;
   va_copy(copy, args);
   if (IsFlushed(pDevice)) {
-    if (pBuffer->Cnt + 1 == pBuffer->BufferSize) {
+    if (pBuffer->Cnt == pBuffer->BufferSize - 1) {
       pDevice->pfFlush(pDevice);
     }
     Format(DEVICE_OUTPUT(pBuffer, pDevice), format, &copy);
@@ -375,10 +376,6 @@ int32_t UTIL_PrintfUnsigned(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDe
 
 int32_t UTIL_PrintfSigned(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice, int32_t value, uint32_t base,
                           int32_t flags, int32_t width, int32_t precision) {
-  uint32_t magnitude = static_cast<uint32_t>(value);
-  if (value < 0) {
-    magnitude = 0 - magnitude;
-    flags |= PRINTF_FLAG_NEGATIVE;
-  }
+  const uint32_t magnitude = TakeSign(value, &flags);
   return UTIL_PrintfUnsigned(pBuffer, pDevice, magnitude, base, flags, width, precision);
 }

@@ -45,7 +45,7 @@ extern "C" {
 typedef struct UTIL_PRINTF_BUFFER {
   char* pBuffer;       // Where the characters go.
   int32_t BufferSize;  // Size of the buffer in bytes with room for the terminator, 1 or more.
-  int32_t Cnt;         // Characters produced, also those that did not fit. The next one goes here; 0 at the start.
+  int32_t Cnt;  // 0 or more: characters produced, also those that did not fit. The next one goes here; 0 at the start.
 } UTIL_PRINTF_BUFFER;
 
 // An output device, owned by the caller: drains its buffer whenever it is full, and once more at the end of a format
@@ -92,9 +92,9 @@ int32_t UTIL_vprintfDevice(UTIL_PRINTF_DEVICE* pDevice, const char* format, va_l
 // Formats behind the first Cnt characters of the buffer, through the device unless it is null. Returns Cnt at the end.
 int32_t UTIL_PrintfCore(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice, const char* format, va_list args);
 
-// Adds a conversion for letter: fills pNode and puts it before those added earlier. Returns 0, or -1 when the letter
-// has one already, which leaves the node untouched. There is no removal, and a built-in letter is reached with '_'
-// only.
+// Adds a conversion for letter: fills pNode, which serves this one letter only, and puts it before those added earlier.
+// Returns 0, or -1 when the letter has one already, which leaves the node untouched. There is no removal, and a
+// built-in letter is reached with '_' only.
 int32_t UTIL_AddPrintfConversion(UTIL_PRINTF_CONVERSION* pNode, UTIL_PRINTF_HANDLER* pfHandler, char letter);
 
 // Appends one character, or counts it when the buffer is full, and flushes the device (may be null) when that filled

@@ -1,8 +1,9 @@
 #ifndef UTIL_SINK_H
 #define UTIL_SINK_H
 
-// Inside the layer: where both formatting engines put their characters when the text goes into a plain buffer. This is
-// the only place that checks the buffer's bound. What does not fit is counted and dropped, a run at a time.
+// Inside the layer: where both formatting engines put their characters when the text goes into a plain buffer. What
+// does not fit is counted and dropped, a run at a time. Beside UTIL_PrintfStoreChar, which stores single characters
+// through a device, this is the only place that checks a buffer's bound.
 
 #include <stdint.h>
 #include <string.h>
@@ -38,7 +39,7 @@ struct UTIL_SINK {
 
   static constexpr uint32_t MAX_COUNT = INT32_MAX;
 
-  // size counts the whole buffer; a buffer of size 0 is never written to.
+  // size counts the whole buffer, at most INT32_MAX; a buffer of size 0 is never written to.
   UTIL_SINK(char* pDest, uint32_t size, uint32_t count)
       : pBuffer(pDest), Room(size == 0 ? 0 : size - 1), Count(count) {}
 
