@@ -1,7 +1,7 @@
 #ifndef SYS_PLATFORM_H
 #define SYS_PLATFORM_H
 
-// Inside the layer: what each platform does in its own way, in the layer's terms. One source a platform implements the
+// Inside the layer: what each platform does in its own way, in the layer's terms. Each platform's sources implement the
 // whole list; everything else in the layer is POSIX and common. Results are 0 or -1 where not said otherwise.
 
 #include <stdint.h>
@@ -81,5 +81,18 @@ int32_t PLATFORM_WaitSema(SYS_SEMA* pSema, uint32_t timeoutMs);
 // The calling thread's name. Setting cuts it to PLATFORM_MAX_THREAD_NAME characters; pDest has room for as many.
 int32_t PLATFORM_SetThreadName(const char* name);
 int32_t PLATFORM_GetThreadName(char* pDest);
+
+// Sets any rate above 0 of a serial port, for both directions, or fails with the platform's error number.
+int32_t PLATFORM_SetBaudrate(int32_t fd, uint32_t baudrate);
+
+// Calls pfOnPort with the name below /dev of each USB serial port, in an order that is the same in every call.
+void PLATFORM_ListSerialPorts(void (*pfOnPort)(const char* deviceName, void* pContext), void* pContext);
+
+// Asks the system not to sleep for want of input; the result is what ends that.
+uint32_t PLATFORM_PreventIdleSleep();
+void PLATFORM_AllowIdleSleep(uint32_t assertion);
+
+// Makes the process one without an icon and a menu bar.
+int32_t PLATFORM_BecomeUIElement();
 
 #endif

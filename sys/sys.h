@@ -20,6 +20,8 @@
 #include "sys/sys_memory.h"
 #include "sys/sys_path.h"
 #include "sys/sys_process.h"
+#include "sys/sys_serial.h"
+#include "sys/sys_services.h"
 #include "sys/sys_socket.h"
 #include "sys/sys_sync.h"
 #include "sys/sys_thread.h"

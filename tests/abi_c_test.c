@@ -68,6 +68,8 @@ static void TestSystem(void) {
   Expect(pEvent != SYS_EVENT_INVALID && SYS_EVENT_Wait(pEvent, 0) == 0, "sync");
   SYS_EVENT_Delete(pEvent);
   Expect(SYS_THREAD_SetName("c client") == 0, "thread");
+  Expect(SYS_COM_Enumerate(NULL, 0) >= 0, "serial");
+  Expect(SYS_Fabs(-1) == 1, "services");
   Expect(SYS_PROC_Wait(0, NULL) == -1, "process");
 }
 

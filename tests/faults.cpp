@@ -85,12 +85,6 @@ ssize_t ReadFakeLink(const char* path, char* pDest, size_t size) {
 
 #ifndef __APPLE__
 
-// The names that the linker's option asks for, without spelling them as identifiers.
-#define FAULT_WRAP(result, name, ...)                                  \
-  extern "C" result Real_##name(__VA_ARGS__) __asm__("__real_" #name); \
-  extern "C" result Wrap_##name(__VA_ARGS__) __asm__("__wrap_" #name); \
-  result Wrap_##name(__VA_ARGS__)
-
 FAULT_WRAP(void*, malloc, size_t size) {
   void* p = Enter(FAULT_CALL::MALLOC) == OUTCOME::PASS ? Real_malloc(size) : nullptr;
   return p != nullptr ? memset(p, DIRT, size) : nullptr;
@@ -125,6 +119,14 @@ FAULT_WRAP(int, open, const char* path, int flags, ...) {
   const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
   va_end(args);
   return Enter(FAULT_CALL::OPEN) == OUTCOME::FAIL ? -1 : Real_open(path, flags, mode);
+}
+
+FAULT_WRAP(int, ioctl, int fd, unsigned long request, ...) {
+  va_list args;
+  va_start(args, request);
+  void* pArg = va_arg(args, void*);
+  va_end(args);
+  return Enter(FAULT_CALL::IOCTL) == OUTCOME::PASS ? Real_ioctl(fd, request, pArg) : -1;
 }
 
 FAULT_WRAP(int, close_range, unsigned first, unsigned last, int flags) {

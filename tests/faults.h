@@ -6,7 +6,8 @@
 // that the allocations of the C++ library and of the test framework are neither counted nor hit. Blocks from malloc are
 // filled with a pattern.
 //
-// To add a call: its name here, its wrapper in faults.cpp, and its name again in the list in CMakeLists.txt.
+// To add a call: its name here, its wrapper in faults.cpp, and its name again in the list in CMakeLists.txt. A call
+// that one test alone replaces has its wrapper in that test.
 
 #include <gtest/gtest.h>
 #include <stdint.h>
@@ -38,6 +39,13 @@
 #define MISUSE_REQUIRE() static_cast<void>(0)
 #endif
 
+// Defines the wrapper of a call, and declares the call itself as Real_name: the names that the linker's option asks
+// for, without spelling them as identifiers.
+#define FAULT_WRAP(result, name, ...)                                  \
+  extern "C" result Real_##name(__VA_ARGS__) __asm__("__real_" #name); \
+  extern "C" result Wrap_##name(__VA_ARGS__) __asm__("__wrap_" #name); \
+  result Wrap_##name(__VA_ARGS__)
+
 enum class FAULT_CALL {
   MALLOC,
   REALLOC,
@@ -45,6 +53,7 @@ enum class FAULT_CALL {
   WRITE,
   READLINK,
   OPEN,
+  IOCTL,
   CLOSE_RANGE,
   GETDENTS64,
   WAITPID,
