@@ -7,6 +7,7 @@
 #include "sys/sys.h"
 #include "util/bits.h"
 #include "util/crc.h"
+#include "util/dynbuffer.h"
 #include "util/fmt.h"
 #include "util/hashtree.h"
 #include "util/otalloc.h"
@@ -14,6 +15,7 @@
 #include "util/scan.h"
 #include "util/strings.h"
 #include "util/values.h"
+#include "xml/xml.h"
 
 static int numFailures;
 
@@ -53,6 +55,12 @@ static void TestMemory(void) {
   Expect(p != NULL, "memory");
   SYS_FreeAndClear(&p);
   HASHTREE_Destroy(pTree);
+  DYNBUFFER buffer;
+  Expect(DYNBUFFER_Init(&buffer, NULL, 64, 16, 0) == 0 && DYNBUFFER_AddU32(&buffer, 1) == 0, "dynbuffer");
+  DYNBUFFER_DeInit(&buffer);
+  XML_DOC* pDoc = XML_CreateDoc("Registry");
+  Expect(XML_SetAttrU32(pDoc, XML_GetRoot(pDoc), "Count", 5) == 0, "xml");
+  XML_FreeDoc(pDoc);
   OTALLOC_Destroy(pArena);
 }
 
