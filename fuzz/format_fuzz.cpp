@@ -17,10 +17,23 @@ struct ARGUMENT_LIST {
   uint64_t aSlot[MAX_CONVERSIONS];
 };
 
-// Cuts a format before it takes more arguments than there are, and gives each conversion the kind that it takes. The
-// two engines differ in what may stand before the letter.
-ARGUMENT_LIST MakeArguments(std::string* pFormat, FUZZ_INPUT numbers, const char* text, const char* skipped,
-                            const char* letters) {
+// What may stand between '%' and the letter differs between the two engines, and which letters take a number.
+struct GRAMMAR {
+  const char* pFlags;
+  const char* pLengths;
+  const char* pNumberLetters;
+  bool HasAdded;  // '_' takes the next character as its letter.
+};
+
+constexpr GRAMMAR FULL = {"-+ #0", "hl", "duxXpc", true};
+constexpr GRAMMAR COMPACT = {"", "l", "diuxXpc", false};
+
+size_t SkipAny(const std::string& text, size_t i, const char* characters) {
+  return std::min(text.find_first_not_of(characters, i), text.size());
+}
+
+// Cuts a format before it takes more arguments than there are, and gives each conversion the kind that it takes.
+ARGUMENT_LIST MakeArguments(std::string* pFormat, FUZZ_INPUT numbers, const char* text, const GRAMMAR& grammar) {
   ARGUMENT_LIST list = {};
   size_t count = 0;
   for (size_t i = pFormat->find('%'); i != std::string::npos; i = pFormat->find('%', i)) {
@@ -28,15 +41,20 @@ ARGUMENT_LIST MakeArguments(std::string* pFormat, FUZZ_INPUT numbers, const char
       pFormat->resize(i);
       break;
     }
-    i = pFormat->find_first_not_of(skipped, i + 1);
-    if (i == std::string::npos) {
+    i = SkipAny(*pFormat, i + 1, grammar.pFlags);
+    i = SkipAny(*pFormat, i, "0123456789");
+    if (i < pFormat->size() && (*pFormat)[i] == '.') {
+      i = SkipAny(*pFormat, i + 1, "0123456789");
+    }
+    i = SkipAny(*pFormat, i, grammar.pLengths);
+    if (i == pFormat->size()) {
       break;
     }
     const char letter = (*pFormat)[i];
-    if (letter == 's' || strchr(letters, letter) != nullptr) {
+    if (letter == 's' || strchr(grammar.pNumberLetters, letter) != nullptr) {
       list.aSlot[count++] = letter == 's' ? reinterpret_cast<uintptr_t>(text) : numbers.Take<uint64_t>();
     }
-    i += letter != '\0';
+    i += letter == '_' && grammar.HasAdded ? 2 : 1;
   }
   return list;
 }
@@ -98,7 +116,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t numBytes) {
   char acWhole[WHOLE_BYTES];
 
   std::string full = wholeFormat;
-  ARGUMENT_LIST list = MakeArguments(&full, input, text.c_str(), "-+ #0123456789.hl", "duxXpc");
+  ARGUMENT_LIST list = MakeArguments(&full, input, text.c_str(), FULL);
   FUZZ_TEXT format(full);
   const int32_t length = FormatFull(acWhole, sizeof(acWhole), format.Get(), list);
   FUZZ_EXPECT(length >= 0);
@@ -109,7 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t numBytes) {
   }
 
   std::string compact = wholeFormat;
-  list = MakeArguments(&compact, input, text.c_str(), "0123456789.l", "diuxXpc");
+  list = MakeArguments(&compact, input, text.c_str(), COMPACT);
   FUZZ_TEXT compactFormat(compact);
   FormatCompact(acWhole, sizeof(acWhole), compactFormat.Get(), list);
   ExpectBeginning(FormatCompact, size, compactFormat.Get(), list, acWhole);
