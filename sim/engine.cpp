@@ -21,7 +21,7 @@ static_assert(LUA_VERSION_NUM == 504, "The sandbox is made for the libraries of 
 
 namespace {
 
-constexpr size_t MAX_INSTANCE_BYTES = 64 * 1024 * 1024;
+constexpr size_t MAX_INSTANCE_BYTES = 128 * 1024 * 1024;  // Endless recursion takes 92 MiB before Lua tells it as such.
 constexpr int MAX_INSTRUCTIONS = 50'000'000;
 constexpr int32_t MAX_INSTANCES = 8;
 constexpr uint32_t CODE_MAGIC = 0x31584556;  // "VEX1"
@@ -75,6 +75,21 @@ const char* ReadScript(lua_State*, void* pUser, size_t* pSize) {
   return pText->acChunk;
 }
 
+// Does without what editors and shells may need in front of a script: a byte order mark, and a first line with the
+// interpreter, whose end stays, so that lines keep their numbers. Returns what the file goes on with.
+int SkipPreamble(FILE* pFile) {
+  int c = fgetc(pFile);
+  if (c == 0xEF && fgetc(pFile) == 0xBB && fgetc(pFile) == 0xBF) {
+    c = fgetc(pFile);
+  }
+  if (c == '#') {
+    while (c != EOF && c != '\n') {
+      c = fgetc(pFile);
+    }
+  }
+  return ungetc(c, pFile);
+}
+
 // Leaves the script's main function on the stack. A file that cannot be read is told before what Lua makes of the rest.
 const char* ParseFile(lua_State* pLua, const char* path) {
   SCRIPT_TEXT text;
@@ -82,7 +97,7 @@ const char* ParseFile(lua_State* pLua, const char* path) {
   if (text.pFile == nullptr) {
     return SIM_Text("%s: %s", FileName(path), strerror(errno));
   }
-  const int first = ungetc(fgetc(text.pFile), text.pFile);
+  const int first = SkipPreamble(text.pFile);
   char acChunkName[256];
   snprintf(acChunkName, sizeof(acChunkName), "@%s", FileName(path));
   const int status = lua_load(pLua, ReadScript, &text, acChunkName, "t");
@@ -144,8 +159,8 @@ int32_t ENGINE_CompileFile(SCRIPT_COMPILE_INFO* pInfo) {
   if (error == nullptr) {
     error = HandOutCode(pLua, pInfo);
   }
-  if (error != nullptr && pInfo->pfOnError != nullptr) {
-    pInfo->pfOnError(error);
+  if (error != nullptr) {
+    SIM_Tell(pInfo->pfOnError, error);
   }
   lua_close(pLua);
   return error == nullptr ? 0 : -1;

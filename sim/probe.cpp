@@ -73,10 +73,29 @@ const char* SIM_Text(const char* format, ...) {
   return acText;
 }
 
-void SIM_Log(const char* text) {
-  if (session.pfLog != nullptr) {
-    session.pfLog(text);
+// Callers print each text as a line of its own, which those that read the output rely on. A text that there is no
+// memory to take apart is handed on as it is.
+void SIM_Tell(VORTA_TEXT_FUNC* pfTell, const char* text) {
+  if (pfTell == nullptr) {
+    return;
   }
+  char* pCopy = strpbrk(text, "\r\n") != nullptr ? strdup(text) : nullptr;
+  if (pCopy == nullptr) {
+    pfTell(text);
+    return;
+  }
+  for (char* pLine = pCopy; *pLine != 0;) {
+    char* pEnd = pLine + strcspn(pLine, "\r\n");
+    const size_t endLength = strncmp(pEnd, "\r\n", 2) == 0 ? 2 : strnlen(pEnd, 1);
+    *pEnd = 0;
+    pfTell(pLine);
+    pLine = pEnd + endLength;
+  }
+  free(pCopy);
+}
+
+void SIM_Log(const char* text) {
+  SIM_Tell(session.pfLog, text);
 }
 
 void SIM_Trace(const char* text) {
@@ -86,9 +105,7 @@ void SIM_Trace(const char* text) {
 }
 
 void SIM_Error(const char* text) {
-  if (session.pfError != nullptr) {
-    session.pfError(text);
-  }
+  SIM_Tell(session.pfError, text);
 }
 
 uint32_t SIM_Crc32(const void* pData, size_t numBytes) {

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "probe/script_engine.h"
+#include "probe/vorta.h"
 
 struct lua_State;
 
@@ -19,8 +20,12 @@ struct lua_State;
 // Formats into the library's one text buffer, cut to 511 characters, and returns it.
 const char* SIM_Text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Hand a text to the callbacks given to VORTA_OpenEx. Without an open probe, or for a null callback, nothing happens.
-// SIM_Trace is a log line that only a verbose session shows.
+// Hands a text to a callback, which may be null, in a call for each line. Lines end with LF, CR LF or CR; at the end of
+// the text there may be one, which no further line follows.
+void SIM_Tell(VORTA_TEXT_FUNC* pfTell, const char* text);
+
+// Tell the callbacks given to VORTA_OpenEx. Without an open probe nothing happens. SIM_Trace is a log line that only a
+// verbose session shows.
 void SIM_Log(const char* text);
 void SIM_Trace(const char* text);
 void SIM_Error(const char* text);

@@ -116,12 +116,26 @@ const char* LoadImage(int file) {
   return info.st_size == TARGET_FLASH_SIZE_BYTES ? nullptr : SaveSectors(file, 0, TARGET_FLASH_SIZE_BYTES);
 }
 
+// The lowest descriptors are those of the standard streams, also when whoever started the program has closed them: an
+// image there would take in whatever the program prints.
+int OpenAboveStandardStreams(const char* path) {
+  const int file = open(path, O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+  if (file < 0 || file > STDERR_FILENO) {
+    return file;
+  }
+  const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int reason = errno;
+  close(file);
+  errno = reason;
+  return moved;
+}
+
 const char* OpenImage() {
   const char* error = LocateImage();
   if (error != nullptr) {
     return error;
   }
-  const int file = open(target.acImagePath, O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+  const int file = OpenAboveStandardStreams(target.acImagePath);
   if (file < 0) {
     return FileError("open", target.acImagePath);
   }

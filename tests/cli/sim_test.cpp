@@ -1,9 +1,13 @@
 // The tool on the simulated probe, with the scripts that come with it and with faulty ones: what is printed, the exit
 // status, and what is in the device afterwards.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
-#include <memory>
+#include <set>
+#include <sstream>
 
 #include "tests/cli/run_tool.h"
 
@@ -54,6 +58,15 @@ std::string Provision(const std::string& operation, const std::string& serial, c
          " -SetConfigVal Device=" + device + " -SetConfigVal Key=" + KEY;
 }
 
+std::multiset<std::string> Lines(const std::string& text) {
+  std::multiset<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.insert(line);
+  }
+  return lines;
+}
+
 class SimulatedProbe : public testing::Test {
  protected:
   SimulatedProbe() {
@@ -62,24 +75,27 @@ class SimulatedProbe : public testing::Test {
     dir.Place(SCRIPT_DIR, "Script");
   }
 
-  LAUNCH LaunchOf(const std::string& args) const {
-    LAUNCH launch = {.File = "tamsel", .Args = Words(args)};
+  OUTCOME Run(const std::string& file, const std::string& args) const {
+    LAUNCH launch = {.File = file, .Args = Words(args)};
     launch.Environment["NORDAX_SIM_FLASH"] = dir.At("flash");
     if (!attached.empty()) {
       launch.Environment["NORDAX_SIM_PROBES"] = attached;
     }
-    return launch;
+    return Launch(dir, launch);
   }
 
-  static void ExpectOutcome(const OUTCOME& outcome, const std::string& args, const std::string& output, int status) {
-    EXPECT_EQ(BehindBanner(outcome.Output), EchoOf(Words(args)) + output);
-    EXPECT_EQ(outcome.Errors, "");
-    EXPECT_EQ(outcome.Status, status);
+  OUTCOME RunShell(const std::string& commands) const {
+    dir.Write("run", "#!/bin/sh\n" + commands);
+    std::filesystem::permissions(dir.At("run"), std::filesystem::perms::owner_all);
+    return Run("run", "");
   }
 
   void Expect(const std::string& args, const std::string& output, int status) const {
     SCOPED_TRACE(args);
-    ExpectOutcome(Launch(dir, LaunchOf(args)), args, output, status);
+    const OUTCOME outcome = Run("tamsel", args);
+    EXPECT_EQ(BehindBanner(outcome.Output), EchoOf(Words(args)) + output);
+    EXPECT_EQ(outcome.Errors, "");
+    EXPECT_EQ(outcome.Status, status);
   }
 
   // A run of a function of the script Test.pex.
@@ -127,10 +143,7 @@ TEST_F(SimulatedProbe, KeepsWhatIsProgrammed) {
 }
 
 TEST_F(SimulatedProbe, RefusesWhatIsNotThere) {
-  const struct {
-    std::string Args;
-    std::string Output;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"-USB 3", "ERROR: No probe at USB port 3 found\n"},
       {"-USB 680000003", "ERROR: No probe with serial number 680000003 found\n"},
       {"-USB Bank", "ERROR: No probe with nickname Bank found\n"},
@@ -147,11 +160,11 @@ TEST_F(SimulatedProbe, RefusesWhatIsNotThere) {
        ProbeText() + "Failed to compile script file: 'None.pex: No such file or directory'\n"},
       {TARGET_ARGS + "-ScriptFile Minimal.pex -Operation Hallo",
        ProbeText() + "Specified script file does not have an entry point with name 'Hallo'\n"},
-      {TARGET_ARGS + "-ScriptFile Minimal.pex",
-       ProbeText() + "Specified script file does not have an entry point with name ''\n"},
+      {TARGET_ARGS + "-ScriptFile Minimal.pex -SetConfigVal A=1 -SetConfigVal A=1 -Operation Hello",
+       ProbeText() + "Vorta error: 'A' is given twice\nFailed to register key-value pair A=1\n"},
   };
-  for (const auto& row : rows) {
-    Expect(row.Args, row.Output, 255);
+  for (const auto& [args, output] : rows) {
+    Expect(args, output, 255);
   }
   EXPECT_FALSE(std::filesystem::exists(dir.At("flash")));
 }
@@ -188,50 +201,126 @@ TEST_F(SimulatedProbe, LeavesTheDeviceAloneWhenAPairIsWrong) {
 }
 
 TEST_F(SimulatedProbe, ReportsWhatIsWrongWithAScript) {
+  const std::string trace = "Vorta log: stack traceback:\nVorta log: \t";
+  const std::string inRun = trace + "Test.pex:2: in function <Test.pex:1>\nVorta log: \t[C]: in ?\n";
   const std::string notRun = "Failed to execute function 'Run' from script file\n";
-  ExpectScript("function Run()\n  Log(1) Error('odd') print(2, 3)\nend",
-               "Vorta log: 1\nVorta error: odd\nVorta log: 2\t3\n", 255);
-  ExpectScript("function Run() return -2147483648 end",
-               "Script file function 'Run' returned with error code -2147483648\n", 255);
-  ExpectScript("function Run() return 2147483647 end", "", 0);
-  ExpectScript("function Run()\n  Flash.Erase(\n",
-               "Failed to compile script file: 'Test.pex:3: unexpected symbol near <eof>'\n", 255);
-  ExpectScript("Run = print()", "Vorta log: \nSpecified script file does not have an entry point with name 'Run'\n",
-               255);
-  ExpectScript("error('no')",
-               "Vorta error: Test.pex:1: no\nVorta log: stack traceback:\n\t[C]: in function 'error'\n"
-               "\tTest.pex:1: in main chunk\n\t[C]: in ?\nFailed to load script file instance: 'Test.pex'\n",
-               255);
-  ExpectScript("function Run()\n  Nothing()\nend",
-               "Vorta error: Test.pex:2: attempt to call a nil value (global 'Nothing')\nVorta log: stack traceback:\n"
-               "\tTest.pex:2: in function <Test.pex:1>\n\t[C]: in ?\n" +
-                   notRun,
-               255);
+  const std::string noInteger = "Vorta error: Function 'Run' did not return a 32-bit integer but ";
+  const struct {
+    std::string Script;
+    std::string Output;
+    int Status = 255;
+  } rows[] = {
+      {"function Run()\n  Log(1) Error('odd') print(2, 3)\nend", "Vorta log: 1\nVorta error: odd\nVorta log: 2\t3\n"},
+      {"function Run() Log('a\\r\\n\\nb\\rc\\n') end", "Vorta log: a\nVorta log: \nVorta log: b\nVorta log: c\n", 0},
+      {"function Run() Error('\\na\\n\\n') end", "Vorta error: \nVorta error: a\nVorta error: \n"},
+      {"function Run() return -2147483648 end", "Script file function 'Run' returned with error code -2147483648\n"},
+      {"function Run() return 2147483647.0 end", "", 0},
+      {"function Run() return 2147483648 end", noInteger + "2147483648\n" + notRun},
+      {"function Run() return 0.5 end", noInteger + "0.5\n" + notRun},
+      {"function Run() return '1' end", noInteger + "1\n" + notRun},
+      {"\xEF\xBB\xBF#!/bin/lua\n)", "Failed to compile script file: 'Test.pex:2: unexpected symbol near ')''\n"},
+      {"#!/bin/lua\r\nfunction Run() end", "", 0},
+      {"local [[a\nb]]", "Failed to compile script file: 'Test.pex:2: <name> expected near '[[a'\n"},
+      {"Run = print()", "Vorta log: \nSpecified script file does not have an entry point with name 'Run'\n"},
+      {"error('no')", "Vorta error: Test.pex:1: no\n" + trace +
+                          "[C]: in function 'error'\nVorta log: \tTest.pex:1: in main chunk\nVorta log: \t[C]: in ?\n"
+                          "Failed to load script file instance: 'Test.pex'\n"},
+      {"function Run()\n  Nothing()\nend",
+       "Vorta error: Test.pex:2: attempt to call a nil value (global 'Nothing')\n" + inRun + notRun},
+      {"function Run()\n  while true do pcall(function() while true do end end) end\nend",
+       "Vorta error: Test.pex:2: stopped after 50000000 instructions\n" + inRun + notRun},
+      {"local function Recurse() return 1 + Recurse() end\nfunction Run() Log(select(2, pcall(Recurse))) end",
+       "Vorta log: Test.pex:1: stack overflow\n", 0},
+      {"function Run() Log(pcall(function() Config.A = 1 end)) end",
+       "Vorta log: false\tTest.pex:1: Config cannot be changed by the script\n", 0},
+  };
+  for (const auto& row : rows) {
+    ExpectScript(row.Script, row.Output, row.Status);
+  }
 }
 
+TEST_F(SimulatedProbe, KeepsScriptsFromMisusingTheFlash) {
+  const std::string unaligned = ": address and size must be multiples of ";
+  const std::string outside = " are outside the flash, which has 65536 bytes at 0x08000000";
+  const std::pair<std::string, std::string> rows[] = {
+      {"Write, 0x08000008, ('\x0F'):rep(8)", ""},
+      {"Write, 0x08000008, ('\x0E'):rep(8)", ""},
+      {"Write, 0x08000000, ('\x0E'):rep(15) .. '\x1E'", "the flash at 0x0800000F is not erased"},
+      {"Write, 0x08000004, ('x'):rep(8)", "8 bytes at 0x08000004" + unaligned + "8"},
+      {"Write, 0x08000000, 'x'", "1 bytes at 0x08000000" + unaligned + "8"},
+      {"Erase, 0x08000000, 4095", "4095 bytes at 0x08000000" + unaligned + "4096"},
+      {"Erase, 0x08010000, 4096", "4096 bytes at 0x08010000" + outside},
+      {"Read, 0x0800FFFF, 2", "2 bytes at 0x0800FFFF" + outside},
+      {"Read, 0x07FFFFFF, 1", "1 bytes at 0x07FFFFFF" + outside},
+      {"Read, 0x08000000, -1", "18446744073709551615 bytes at 0x08000000" + outside},
+  };
+  std::string script = "local function Try(f, ...) Log(select(2, pcall(f, ...))) end\nfunction Run()\n";
+  std::string output;
+  for (const auto& [call, message] : rows) {
+    script += "  Try(Flash." + call + ")\n";
+    output += "Vorta log: " + message + "\n";
+  }
+  ExpectScript(script + "end", output, 0);
+  const std::string image = "flash/flash-680000001.bin";
+  EXPECT_EQ(dir.Read(image), std::string(FLASH_SIZE, '\xFF').replace(8, 8, 8, '\x0E'));
+
+  const int file = open(dir.At(image).c_str(), O_RDWR);
+  EXPECT_EQ(flock(file, LOCK_EX), 0);
+  ExpectScript("function Run() Log(select(2, pcall(Flash.Read, 0x08000000, 1))) end",
+               "Vorta log: " + dir.At(image) + " is in use by another process\n", 0);
+  close(file);
+}
+
+TEST_F(SimulatedProbe, GivesEveryProbeAndModuleAFlashOfItsOwn) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"", "680000001"},
+      {"-USB 1 ", "680000002"},
+      {"-USB 2 ", "690000003-0"},
+      {"-USB Hub -Module 2 ", "690000003-2"},
+      {"-IP 192.0.2.3 -Module 3 ", "690000003-3"},
+  };
+  for (const auto& [selection, name] : rows) {
+    Expect(selection + Provision("Program", "7", name),
+           ProbeText(name.substr(0, 9)) + "Vorta log: Programmed serial 7, device " + name + "\n", 0);
+  }
+  for (const auto& [selection, name] : rows) {
+    EXPECT_EQ(dir.Read("flash/flash-" + name + ".bin"), FlashWith(7, name));
+  }
+}
+
+TEST_F(SimulatedProbe, KeepsTheOutputOutOfTheFlashWhenStandardStreamsAreClosed) {
+  for (const std::string closed : {"0<&-", "1>&-", "0<&- 1>&-"}) {
+    SCOPED_TRACE(closed);
+    EXPECT_EQ(RunShell("exec ./tamsel " + Provision("Program", "7", "Sensor") + " " + closed).Status, 0);
+    EXPECT_EQ(dir.Read("flash/flash-680000001.bin"), FlashWith(7, "Sensor"));
+  }
+}
+
+// The tools share one output, where each line must stay in one piece.
 TEST_F(SimulatedProbe, RunsSixteenToolsAtOnce) {
   constexpr uint32_t NUM_TOOLS = 16;
   constexpr uint32_t FIRST_SERIAL_NUMBER = 800000000;
-  for (uint32_t i = 0; i < NUM_TOOLS; i++) {
-    attached += std::to_string(FIRST_SERIAL_NUMBER + i) + ",";
-  }
+  const std::string plain = Run("tamsel", "").Output;
+  const std::string banner = plain.substr(0, plain.size() - BehindBanner(plain).size());
   for (const auto& [operation, log] : {std::pair("Program", "Programmed"), std::pair("Verify", "Verified")}) {
-    std::vector<std::string> args;
-    std::vector<std::unique_ptr<PROCESS>> processes;
+    attached.clear();
+    std::string commands;
+    std::string expected;
     for (uint32_t i = 0; i < NUM_TOOLS; i++) {
-      const std::string selection = "-USB " + std::to_string(FIRST_SERIAL_NUMBER + i) + " ";
-      args.push_back(selection + Provision(operation, std::to_string(1000 + i), "Device" + std::to_string(i)));
-      processes.push_back(std::make_unique<PROCESS>(dir, LaunchOf(args[i])));
-    }
-    for (uint32_t i = 0; i < NUM_TOOLS; i++) {
-      SCOPED_TRACE(args[i]);
       const std::string serialNumber = std::to_string(FIRST_SERIAL_NUMBER + i);
       const std::string device = "Device" + std::to_string(i);
-      ExpectOutcome(processes[i]->Finish(), args[i],
-                    ProbeText(serialNumber) + "Vorta log: " + log + " serial " + std::to_string(1000 + i) +
-                        ", device " + device + "\n",
-                    0);
-      EXPECT_EQ(dir.Read("flash/flash-" + serialNumber + ".bin"), FlashWith(1000 + i, device));
+      const std::string args = "-USB " + serialNumber + " " + Provision(operation, std::to_string(1000 + i), device);
+      attached += serialNumber + ",";
+      commands += "./tamsel " + args + " || echo failed &\n";
+      expected += banner + EchoOf(Words(args)) + ProbeText(serialNumber) + "Vorta log: " + log + " serial " +
+                  std::to_string(1000 + i) + ", device " + device + "\n";
+    }
+    const OUTCOME outcome = RunShell(commands + "wait\n");
+    EXPECT_EQ(Lines(outcome.Output), Lines(expected));
+    EXPECT_EQ(outcome.Errors, "");
+    for (uint32_t i = 0; i < NUM_TOOLS; i++) {
+      EXPECT_EQ(dir.Read("flash/flash-" + std::to_string(FIRST_SERIAL_NUMBER + i) + ".bin"),
+                FlashWith(1000 + i, "Device" + std::to_string(i)));
     }
   }
 }
