@@ -95,4 +95,8 @@ void PLATFORM_AllowIdleSleep(uint32_t assertion);
 // Makes the process one without an icon and a menu bar.
 int32_t PLATFORM_BecomeUIElement();
 
+// Returns when what has been written to a file, or changed in a directory, is on the medium itself and outlasts a loss
+// of power, as far as the platform can tell. A file that cannot be flushed because it has no medium counts as flushed.
+int32_t PLATFORM_Flush(int32_t fd);
+
 #endif

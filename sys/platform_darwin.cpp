@@ -2,6 +2,7 @@
 
 #include <dispatch/dispatch.h>
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <libproc.h>
@@ -168,4 +169,16 @@ int32_t PLATFORM_SetThreadName(const char* name) {
 
 int32_t PLATFORM_GetThreadName(char* pDest) {
   return pthread_getname_np(pthread_self(), pDest, PLATFORM_MAX_THREAD_NAME + 1) == 0 ? 0 : -1;
+}
+
+// fsync leaves what it has written in the drive's cache; some file systems know nothing better.
+int32_t PLATFORM_Flush(int32_t fd) {
+  int result;
+  do {
+    result = fcntl(fd, F_FULLFSYNC);
+    if (result < 0 && errno != EINTR) {
+      result = fsync(fd);
+    }
+  } while (result < 0 && errno == EINTR);
+  return result == 0 || errno == EINVAL ? 0 : -1;
 }

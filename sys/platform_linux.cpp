@@ -226,3 +226,11 @@ int32_t PLATFORM_SetThreadName(const char* name) {
 int32_t PLATFORM_GetThreadName(char* pDest) {
   return pthread_getname_np(pthread_self(), pDest, PLATFORM_MAX_THREAD_NAME + 1) == 0 ? 0 : -1;
 }
+
+int32_t PLATFORM_Flush(int32_t fd) {
+  int result;
+  do {
+    result = fsync(fd);
+  } while (result < 0 && errno == EINTR);
+  return result == 0 || errno == EINVAL ? 0 : -1;
+}

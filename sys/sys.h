@@ -20,6 +20,7 @@
 #include "sys/sys_memory.h"
 #include "sys/sys_path.h"
 #include "sys/sys_process.h"
+#include "sys/sys_replace.h"
 #include "sys/sys_serial.h"
 #include "sys/sys_services.h"
 #include "sys/sys_socket.h"

@@ -15,6 +15,8 @@
 #include "util/scan.h"
 #include "util/strings.h"
 #include "util/values.h"
+#include "xml/hive.h"
+#include "xml/registry.h"
 #include "xml/xml.h"
 
 static int numFailures;
@@ -61,6 +63,7 @@ static void TestMemory(void) {
   XML_DOC* pDoc = XML_CreateDoc("Registry");
   Expect(XML_SetAttrU32(pDoc, XML_GetRoot(pDoc), "Count", 5) == 0, "xml");
   XML_FreeDoc(pDoc);
+  Expect(SYS_REG_TypeFromName("SYS_REG_TYPE_QWORD") == SYS_REG_TYPE_QWORD, "registry");
   OTALLOC_Destroy(pArena);
 }
 

@@ -9,9 +9,14 @@
 #include <ifaddrs.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,16 +34,17 @@ constexpr int DIRT = 0xA5;  // Fills new blocks: fresh memory is often zero, whi
 std::atomic<uint32_t> aNumCalls[NUM_CALLS];
 const FAULT* apFault[NUM_CALLS];
 const SCOPED_LINKS* pLinks;
+SCOPED_CALL_LOG* pLog;
 SCOPED_INTERFACES* pInterfaces;
 SCOPED_WALL_CLOCK* pWallClock;
 bool areNamesNumeric;
 
 #ifndef __APPLE__
 
-enum class OUTCOME { PASS, FAIL, SHORT, VALUE };
+enum class OUTCOME { PASS, FAIL, SHORT, SKIP, VALUE };
 
 // Counts a call and decides what becomes of it; sets errno when that is failure.
-OUTCOME Enter(FAULT_CALL call) {
+OUTCOME EnterOne(FAULT_CALL call) {
   const auto index = static_cast<size_t>(call);
   const uint32_t number = ++aNumCalls[index];
   const FAULT* pFault = apFault[index];
@@ -50,14 +56,42 @@ OUTCOME Enter(FAULT_CALL call) {
     pFault->OnHit();
     apFault[index] = pFault;
   }
-  if (pFault->Kind == FAULT_KIND::NONE) {
-    return OUTCOME::PASS;
+  switch (pFault->Kind) {
+    case FAULT_KIND::NONE:
+      return OUTCOME::PASS;
+    case FAULT_KIND::SHORT:
+      return OUTCOME::SHORT;
+    case FAULT_KIND::SKIP:
+      return OUTCOME::SKIP;
+    case FAULT_KIND::VALUE:
+      errno = pFault->Error;
+      return OUTCOME::VALUE;
+    case FAULT_KIND::KILL:
+      kill(getpid(), SIGKILL);
+      [[fallthrough]];
+    default:
+      errno = pFault->Error;
+      return OUTCOME::FAIL;
   }
-  if (pFault->Kind == FAULT_KIND::SHORT) {
-    return OUTCOME::SHORT;
+}
+
+OUTCOME Enter(FAULT_CALL call) {
+  if (call == FAULT_CALL::MALLOC || call == FAULT_CALL::REALLOC) {
+    return EnterOne(call);
   }
-  errno = pFault->Error;
-  return pFault->Kind == FAULT_KIND::VALUE ? OUTCOME::VALUE : OUTCOME::FAIL;
+  if (pLog != nullptr) {
+    pLog->Calls.push_back(call);
+  }
+  const OUTCOME ofAny = EnterOne(FAULT_CALL::ANY);
+  const OUTCOME own = EnterOne(call);
+  return own != OUTCOME::PASS ? own : ofAny;
+}
+
+// The outcome of a call that has no result but success.
+template <typename CALL>
+int EnterPlain(FAULT_CALL call, CALL real) {
+  const OUTCOME outcome = Enter(call);
+  return outcome == OUTCOME::PASS ? real() : outcome == OUTCOME::SKIP ? 0 : -1;
 }
 
 // The same for calls that return their error.
@@ -139,6 +173,70 @@ FAULT_WRAP(ssize_t, getdents64, int fd, void* pBuffer, size_t size) {
 
 FAULT_WRAP(pid_t, waitpid, pid_t pid, int* pStatus, int options) {
   return Enter(FAULT_CALL::WAITPID) == OUTCOME::PASS ? Real_waitpid(pid, pStatus, options) : -1;
+}
+
+FAULT_WRAP(int, close, int fd) {
+  const OUTCOME outcome = Enter(FAULT_CALL::CLOSE);
+  const int error = errno;
+  const int result = Real_close(fd);  // It is gone also after a failure.
+  errno = outcome == OUTCOME::FAIL ? error : errno;
+  return outcome == OUTCOME::FAIL ? -1 : result;
+}
+
+FAULT_WRAP(off_t, lseek, int fd, off_t offset, int origin) {
+  return Enter(FAULT_CALL::LSEEK) == OUTCOME::PASS ? Real_lseek(fd, offset, origin) : -1;
+}
+
+FAULT_WRAP(char*, realpath, const char* path, char* pDest) {
+  return Enter(FAULT_CALL::REALPATH) == OUTCOME::PASS ? Real_realpath(path, pDest) : nullptr;
+}
+
+FAULT_WRAP(int, stat, const char* path, struct stat* pStatus) {
+  return Enter(FAULT_CALL::STAT) == OUTCOME::PASS ? Real_stat(path, pStatus) : -1;
+}
+
+FAULT_WRAP(int, fstat, int fd, struct stat* pStatus) {
+  return Enter(FAULT_CALL::FSTAT) == OUTCOME::PASS ? Real_fstat(fd, pStatus) : -1;
+}
+
+FAULT_WRAP(int, lstat, const char* path, struct stat* pStatus) {
+  return Enter(FAULT_CALL::LSTAT) == OUTCOME::PASS ? Real_lstat(path, pStatus) : -1;
+}
+
+FAULT_WRAP(int, mkdir, const char* path, mode_t mode) {
+  return EnterPlain(FAULT_CALL::MKDIR, [=] { return Real_mkdir(path, mode); });
+}
+
+FAULT_WRAP(int, flock, int fd, int operation) {
+  return EnterPlain(FAULT_CALL::FLOCK, [=] { return Real_flock(fd, operation); });
+}
+
+FAULT_WRAP(int, fchmod, int fd, mode_t mode) {
+  return EnterPlain(FAULT_CALL::FCHMOD, [=] { return Real_fchmod(fd, mode); });
+}
+
+FAULT_WRAP(int, fchown, int fd, uid_t owner, gid_t group) {
+  return EnterPlain(FAULT_CALL::FCHOWN, [=] { return Real_fchown(fd, owner, group); });
+}
+
+FAULT_WRAP(int, ftruncate, int fd, off_t length) {
+  return EnterPlain(FAULT_CALL::FTRUNCATE, [=] { return Real_ftruncate(fd, length); });
+}
+
+FAULT_WRAP(int, fsync, int fd) {
+  return EnterPlain(FAULT_CALL::FSYNC, [=] { return Real_fsync(fd); });
+}
+
+FAULT_WRAP(int, link, const char* oldPath, const char* newPath) {
+  return EnterPlain(FAULT_CALL::LINK, [=] { return Real_link(oldPath, newPath); });
+}
+
+FAULT_WRAP(int, unlink, const char* path) {
+  return EnterPlain(FAULT_CALL::UNLINK, [=] { return Real_unlink(path); });
+}
+
+FAULT_WRAP(int, rename, const char* oldPath, const char* newPath) {
+  return EnterPlain(FAULT_CALL::RENAME, [=] { return Real_rename(oldPath, newPath); });
 }
 
 FAULT_WRAP(ssize_t, recv, int fd, void* pBuffer, size_t numBytes, int flags) {
@@ -265,6 +363,14 @@ SCOPED_LINKS::SCOPED_LINKS(std::map<std::string, std::string> targets) : Targets
 
 SCOPED_LINKS::~SCOPED_LINKS() {
   pLinks = nullptr;
+}
+
+SCOPED_CALL_LOG::SCOPED_CALL_LOG() {
+  pLog = this;
+}
+
+SCOPED_CALL_LOG::~SCOPED_CALL_LOG() {
+  pLog = nullptr;
 }
 
 SCOPED_NUMERIC_NAMES::SCOPED_NUMERIC_NAMES() {

@@ -57,6 +57,21 @@ enum class FAULT_CALL {
   CLOSE_RANGE,
   GETDENTS64,
   WAITPID,
+  CLOSE,
+  LSEEK,
+  STAT,
+  FSTAT,
+  LSTAT,
+  REALPATH,
+  MKDIR,
+  FLOCK,
+  FCHMOD,
+  FCHOWN,
+  FTRUNCATE,
+  FSYNC,
+  LINK,
+  UNLINK,
+  RENAME,
   RECV,
   RECVFROM,
   SEND,
@@ -68,12 +83,15 @@ enum class FAULT_CALL {
   PTHREAD_COND_INIT,
   PTHREAD_COND_SIGNAL,
   PTHREAD_COND_TIMEDWAIT,
+  ANY,  // Each of these but the heap's. Where a call has a fault of its own too, it is that one which counts.
   COUNT
 };
 
 enum class FAULT_KIND {
   FAIL,   // The call does nothing and reports the error; an interrupted call is one that fails with EINTR.
   SHORT,  // The call moves half of the bytes that were asked for, at least one.
+  SKIP,   // The call does nothing and succeeds, as far as it has no result but that.
+  KILL,   // The process is killed in place of the call.
   VALUE,  // The call succeeds, and the error is the value that it reads (GETSOCKOPT alone).
   NONE,   // The call does what it always does, after OnHit.
 };
@@ -100,6 +118,17 @@ class SCOPED_FAULT {
 
  private:
   FAULT Fault;
+};
+
+// The calls made while the object lives, in order; those of the heap are left out.
+class SCOPED_CALL_LOG {
+ public:
+  SCOPED_CALL_LOG();
+  ~SCOPED_CALL_LOG();
+  SCOPED_CALL_LOG(const SCOPED_CALL_LOG&) = delete;
+  SCOPED_CALL_LOG& operator=(const SCOPED_CALL_LOG&) = delete;
+
+  std::vector<FAULT_CALL> Calls;
 };
 
 // Runs body with the 1st, the 2nd, the 3rd call failing and so on, until it gets through without being hit: body gets
