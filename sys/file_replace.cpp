@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "sys/sys_file.h"
 #include "sys/sys_time.h"
 #include "util/printf.h"
@@ -77,11 +78,8 @@ bool FindOld(const char* path, REPLACEMENT& task) {
 }
 
 int OpenNew(const char* path) {
-  int fd;
-  do {
-    fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, UNFINISHED_MODE);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
+  constexpr int FLAGS = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  return Repeat([=] { return open(path, FLAGS, UNFINISHED_MODE); });
 }
 
 enum class LOCK { HELD, LOST, BUSY, FAILED };
