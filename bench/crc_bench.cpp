@@ -34,6 +34,8 @@ int main(int argc, char** argv) {
   Add("CRC_Calc16CCITT", [](const uint8_t* p, uint32_t n) { return CRC_Calc16CCITT(p, n, 0); });
   Add("CRC_Calc32Bitwise", [](const uint8_t* p, uint32_t n) { return CRC_Calc32Bitwise(p, n, 0); });
   Add("CRC_Calc32", [](const uint8_t* p, uint32_t n) { return CRC_Calc32(p, n, 0); });
+  Add("CRC_Calc32C", [](const uint8_t* p, uint32_t n) { return CRC_Calc32C(p, n, 0); });
+  Add("CRC_Calc32Table", [](const uint8_t* p, uint32_t n) { return CRC_Calc32Table(p, n, 0, 0xD5828281); });
   Add("CRC_CalcFill", [](const uint8_t*, uint32_t n) { return CRC_CalcFill(0xFF, n, 0, 0xEDB88320); });
   Add("CRC_CalcEx", [](const uint8_t* p, uint32_t n) {
     return CRC_CalcEx(p, n, 0, 0x1021, CRC_WIDTH_16 | CRC_MSB_FIRST | CRC_REFLECT_IN);

@@ -93,7 +93,7 @@ OTALLOC* GrowArena(int64_t numMiB) {
 
 // Requests of several sizes in an arena that is large already.
 void OtallocGrown(benchmark::State& state) {
-  constexpr uint32_t SIZES[] = {24, 200, 64, 1000, 40};
+  constexpr uint32_t SIZES[] = {24, 200, 64, 1120, 40};
   OTALLOC_Destroy(
       GrowArena(state.range(0) + 200));  // So that all sizes of the arena run on memory that the process has.
   OTALLOC* pArena = GrowArena(state.range(0));

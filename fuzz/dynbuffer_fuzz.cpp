@@ -1,4 +1,4 @@
-// Operations with offsets and counts of the whole range. The oracle is a byte array that never grows: its length is the
+// Operations with offsets of the whole range. The oracle is a byte array that never grows: its length is the
 // maximum, and whether a write is accepted follows from where it ends.
 
 #include "fuzz/input.h"

@@ -162,17 +162,47 @@ bool WriteNew(const REPLACEMENT& task, const void* pData, uint32_t numBytes) {
 
 // Gives the old file a second name, so that it has the first one until it is replaced. Where the file system knows no
 // second names it is renamed.
-bool KeepOld(const char* path, const char* suffix) {
+bool ReplaceAndKeep(const char* path, const char* newPath, const char* suffix) {
   char acKeep[PATH_MAX];
   if (!Concat(path, suffix, acKeep)) {
     return false;
   }
   unlink(acKeep);
-  return link(path, acKeep) == 0 || rename(path, acKeep) == 0;
+  if (link(path, acKeep) == 0) {
+    return rename(newPath, path) == 0;
+  }
+  if (errno != EPERM && errno != ENOTSUP && errno != EOPNOTSUPP && errno != EMLINK) {
+    return false;
+  }
+  if (rename(path, acKeep) < 0) {
+    return false;
+  }
+  if (rename(newPath, path) == 0) {
+    return true;
+  }
+  const int error = errno;
+  rename(acKeep, path);
+  errno = error;
+  return false;
 }
 
-bool PutInPlace(const REPLACEMENT& task, const char* keepSuffix) {
-  return (keepSuffix == nullptr || KeepOld(task.acPath, keepSuffix)) && rename(task.acNewPath, task.acPath) == 0;
+// Only the file that the caller knows is kept: another process may have put one of its own in that place meanwhile, and
+// keeping that would cost the one that was kept then.
+bool IsToBeKept(const REPLACEMENT& task, const char* keepSuffix, int32_t oldFd) {
+  struct stat known;
+  struct stat current;  // Looked at anew, under the lock.
+  if (keepSuffix == nullptr) {
+    return false;
+  }
+  if (oldFd < 0 || fstat(oldFd, &known) < 0 || lstat(task.acPath, &current) < 0) {
+    return true;  // In doubt nothing is lost.
+  }
+  return known.st_ino == current.st_ino && known.st_dev == current.st_dev;
+}
+
+bool PutInPlace(const REPLACEMENT& task, const char* keepSuffix, int32_t oldFd) {
+  return IsToBeKept(task, keepSuffix, oldFd) ? ReplaceAndKeep(task.acPath, task.acNewPath, keepSuffix)
+                                             : rename(task.acNewPath, task.acPath) == 0;
 }
 
 // Flushes the directory that a file is in, whose path is cut.
@@ -194,12 +224,13 @@ int32_t FlushDir(char* path) {
 
 }  // namespace
 
-int32_t SYS_FILE_Replace(const char* path, const void* pData, uint32_t numBytes, const char* keepSuffix) {
+int32_t SYS_FILE_Replace(const char* path, const void* pData, uint32_t numBytes, const char* keepSuffix,
+                         int32_t oldFd) {
   REPLACEMENT task;
   if (!FindOld(path, task) || !ClaimNew(task)) {
     return -1;
   }
-  const bool isDone = WriteNew(task, pData, numBytes) && PutInPlace(task, keepSuffix);
+  const bool isDone = WriteNew(task, pData, numBytes) && PutInPlace(task, keepSuffix, oldFd);
   const int error = errno;
   if (!isDone) {
     unlink(task.acNewPath);

@@ -1,9 +1,9 @@
 // Other programs: starting, waiting, stopping, and the desktop's open command.
 //
-// A child starts in the caller's memory where the platform can do that (PLATFORM_StartChild): in a large process,
-// copying the page tables costs many times the rest of a start. Until the child is another program it therefore writes
-// nothing but its own stack and errno, and calls nothing that may take a lock or memory. All signals are blocked until
-// no handler of the caller is left in it.
+// An attached child starts in the caller's memory where the platform can do that (PLATFORM_StartChild): in a large
+// process, copying the page tables costs many times the rest of a start. Until the child is another program it
+// therefore writes nothing but its own stack and errno, and calls nothing that may take a lock or memory. All signals
+// are blocked until no handler of the caller is left in it.
 //
 // posix_spawn keeps the same rules, but reports a file that is not executable in the caller and takes the child away,
 // where callers here have an id to wait for; and it has nothing for detached programs.
@@ -150,12 +150,21 @@ void RunOrphan(const void* pArg) {
   BecomeProgram(*static_cast<const START*>(pArg), environ);
 }
 
-// The helper keeps its signals blocked: were it ended early, the caller would go on while the orphan still uses its
-// memory.
-void RunHelper(const void* pArg) {
+// The helper keeps its signals blocked: were it ended early, the orphan would lose the memory that it still uses.
+[[noreturn]] void RunHelper(const void* pArg) {
   CloseDescriptors(*static_cast<const START*>(pArg)->pDesc);
   PLATFORM_StartChild(RunOrphan, pArg);
   Die();
+}
+
+// The orphan's environment is the caller's as it is at this moment: only a copy of the memory keeps another thread from
+// changing it before the program is loaded. (An attached program's environment is empty.)
+int32_t ForkHelper(const START* pStart) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    RunHelper(pStart);
+  }
+  return pid;
 }
 
 // waitpid for one process; anything else that its ids can stand for is refused.
@@ -180,7 +189,7 @@ int32_t Start(START* pStart) {
   int cancelState;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
   pthread_sigmask(SIG_SETMASK, &all, &pStart->SignalMask);
-  const int32_t pid = PLATFORM_StartChild(isDetached ? RunHelper : RunAttached, pStart);
+  const int32_t pid = isDetached ? ForkHelper(pStart) : PLATFORM_StartChild(RunAttached, pStart);
   pthread_sigmask(SIG_SETMASK, &pStart->SignalMask, nullptr);
   int status;
   const bool isStarted = pid > 0 && (!isDetached || WaitFor(pid, &status, 0) == pid);

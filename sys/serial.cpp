@@ -41,7 +41,7 @@ int32_t OpenDevice(const char* deviceName) {
   }
   int32_t fd;
   do {
-    fd = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    fd = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);  // Does not wait for a carrier.
   } while (fd < 0 && errno == EINTR);
   return fd;
 }
@@ -56,6 +56,7 @@ void MakeRaw(int32_t fd) {
   settings.c_cc[VMIN] = 0;
   settings.c_cc[VTIME] = READ_TIMEOUT_DS;
   tcsetattr(fd, TCSANOW, &settings);
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
 }
 
 // Of all the steps only the rate decides, as the one that drivers refuse.

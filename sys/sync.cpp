@@ -67,16 +67,19 @@ OBJECT* ClaimSlot(OBJECT (&aSlot)[NUM_SLOTS]) {
   return nullptr;
 }
 
-bool IsReady(const SYS_MUTEX* pMutex) {
-  return pMutex != nullptr && pMutex->InUse.load(std::memory_order_acquire) == READY;
+// Tells a handle from anything else: null, SYS_EVENT_INVALID, and what belongs to somebody else.
+template <typename OBJECT>
+bool IsSlot(const OBJECT* pObject, const OBJECT (&aSlot)[NUM_SLOTS]) {
+  const uintptr_t distance = reinterpret_cast<uintptr_t>(pObject) - reinterpret_cast<uintptr_t>(aSlot);
+  return distance < sizeof(aSlot) && distance % sizeof(OBJECT) == 0;
 }
 
-bool IsNull(const SYS_EVENT* pEvent) {
-  return pEvent == nullptr || pEvent == SYS_EVENT_INVALID;
+bool IsReady(const SYS_MUTEX* pMutex) {
+  return IsSlot(pMutex, aMutex) && pMutex->InUse.load(std::memory_order_acquire) == READY;
 }
 
 bool IsReady(const SYS_EVENT* pEvent) {
-  return !IsNull(pEvent) && pEvent->InUse.load(std::memory_order_acquire) == READY;
+  return IsSlot(pEvent, aEvent) && pEvent->InUse.load(std::memory_order_acquire) == READY;
 }
 
 // Returns the time since 1970, or -1 when the clock cannot be read.
@@ -125,7 +128,7 @@ SYS_MUTEX* SYS_MUTEX_Create(const char* name) {
 namespace {
 
 bool DeleteMutex(SYS_MUTEX* pMutex) {
-  if (pMutex == nullptr || !ChangeState(pMutex, READY, CHANGING)) {
+  if (!IsSlot(pMutex, aMutex) || !ChangeState(pMutex, READY, CHANGING)) {
     return false;
   }
   pthread_mutex_destroy(&pMutex->Mutex);
@@ -241,7 +244,7 @@ SYS_EVENT* SYS_EVENT_Create(int32_t mode, int32_t initialState) {
 }
 
 void SYS_EVENT_Delete(SYS_EVENT* pEvent) {
-  if (IsNull(pEvent) || !ChangeState(pEvent, READY, CHANGING)) {
+  if (!IsSlot(pEvent, aEvent) || !ChangeState(pEvent, READY, CHANGING)) {
     return;
   }
   // The wait that a set lets through can end, and its thread come here, before the set has woken anybody.
@@ -255,7 +258,7 @@ void SYS_EVENT_Delete(SYS_EVENT* pEvent) {
 }
 
 void SYS_EVENT_Set(SYS_EVENT* pEvent) {
-  if (IsNull(pEvent)) {
+  if (!IsSlot(pEvent, aEvent)) {
     return;
   }
   // Counted before the slot is looked at, as SYS_EVENT_Delete changes the slot before it looks at the count: one of the

@@ -18,7 +18,8 @@ extern "C" {
 // is replaced. What a process that was killed left under the name of the new file is used up by the next call.
 //
 // With a keepSuffix that is not null, the old file stays beside the new one, named as it is with the suffix appended; a
-// file that has that name is removed.
+// file that has that name is removed. With oldFd not -1 that is so only if the file is still the one open there. On a
+// file system without hard links the name is missing for the moment between the two renames.
 //
 // Threads and processes that replace one file at the same time take turns, the last one winning; a call waits for the
 // others up to ten seconds.
@@ -27,7 +28,7 @@ extern "C" {
 // file cannot be created in its directory, is not writable or has the name of the new file and cannot be opened, when
 // there is no room, when the other calls do not end, or when the old file cannot be kept; the new content is there, but
 // may be lost with the power, when only the directory could not be flushed.
-int32_t SYS_FILE_Replace(const char* path, const void* pData, uint32_t numBytes, const char* keepSuffix);
+int32_t SYS_FILE_Replace(const char* path, const void* pData, uint32_t numBytes, const char* keepSuffix, int32_t oldFd);
 
 #ifdef __cplusplus
 }

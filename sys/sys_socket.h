@@ -11,9 +11,10 @@
 //
 // Results are 0 or a count of bytes on success and -1 on failure where nothing else is said. SYS_GetLastError tells
 // more after each negative result but those of name resolution. No operation raises the broken-pipe signal on a stream
-// socket: sending to a closed connection fails with EPIPE. Calls that a signal interrupts are not repeated, waits
-// excepted. Pointers must not be null except where said otherwise. The operations keep no state: a socket may be used
-// from several threads as the platform allows it, one receiving while another sends.
+// socket that was made or accepted here: sending to a closed connection fails with EPIPE. Calls that a signal
+// interrupts are not repeated, waits excepted. Pointers must not be null except where said otherwise. The operations
+// keep no state: a socket may be used from several threads as the platform allows it, one receiving while another
+// sends.
 
 #include <stdint.h>
 

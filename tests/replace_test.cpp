@@ -13,7 +13,7 @@ namespace {
 using NAMES = std::vector<std::string>;
 
 int32_t Replace(const std::string& path, const std::string& content, const char* keepSuffix = nullptr) {
-  return SYS_FILE_Replace(path.c_str(), content.data(), static_cast<uint32_t>(content.size()), keepSuffix);
+  return SYS_FILE_Replace(path.c_str(), content.data(), static_cast<uint32_t>(content.size()), keepSuffix, -1);
 }
 
 struct stat StatusOf(const std::string& path) {
@@ -33,7 +33,7 @@ TEST(FileReplace, GivesAFileExactlyTheNewContent) {
     EXPECT_EQ(StatusOf(path).st_mode & 07777, 0640u);
   }
   umask(oldMask);
-  EXPECT_EQ(SYS_FILE_Replace(path.c_str(), nullptr, 0, nullptr), 0);
+  EXPECT_EQ(SYS_FILE_Replace(path.c_str(), nullptr, 0, nullptr, -1), 0);
   const std::filesystem::path oldDir = std::filesystem::current_path();
   std::filesystem::current_path(dir.Path);
   EXPECT_EQ(Replace("file", "relative"), 0);

@@ -289,4 +289,28 @@ TEST(SpinBarrier, LetsEverybodyThrough) {
   EXPECT_EQ(numPassed, 4000);
 }
 
+TEST(Handles, OfOthersAreRefusedUntouched) {
+  alignas(64) static uint32_t aForeign[64] = {1, 1};
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("m");
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 1);
+  for (void* pForeign : {static_cast<void*>(aForeign), static_cast<void*>(pEvent),
+                         static_cast<void*>(reinterpret_cast<char*>(pMutex) + 4)}) {
+    auto* pOther = static_cast<SYS_MUTEX*>(pForeign);
+    EXPECT_EQ(SYS_MUTEX_Lock(pOther, 0), -1);
+    EXPECT_EQ(SYS_MUTEX_Unlock(pOther), 1);
+    SYS_MUTEX_Delete(&pOther);
+    EXPECT_EQ(pOther, pForeign);
+  }
+  auto* pOther = reinterpret_cast<SYS_EVENT*>(pMutex);
+  EXPECT_EQ(SYS_EVENT_Wait(pOther, 0), -1);
+  SYS_EVENT_Set(pOther);
+  SYS_EVENT_Delete(pOther);
+  EXPECT_EQ(SYS_MUTEX_Lock(pMutex, 0), 0);
+  EXPECT_EQ(SYS_MUTEX_Unlock(pMutex), 0);
+  EXPECT_EQ(SYS_EVENT_Wait(pEvent, 0), 0);
+  EXPECT_EQ(aForeign[0], 1u);
+  SYS_MUTEX_Delete(&pMutex);
+  SYS_EVENT_Delete(pEvent);
+}
+
 }  // namespace

@@ -4,10 +4,11 @@
 // Cyclic redundancy checks over byte ranges.
 //
 // Common to all: pData may have any alignment, and may be null when numBytes is 0; a length of 0 returns the start
-// value. start is the value that the CRC register starts with, so that a long range can be computed in pieces, each
-// from the result of the one before. Nothing is inverted: a caller whose CRC wants it passes an inverted start value
-// and inverts the result (CRC-32 of IEEE 802.3, as in ISO 3309: start 0xFFFFFFFF, result ^ 0xFFFFFFFF). polynomial is
-// in reflected form (bit 31, 15 or 7 down to bit 0 are the powers 0 upwards) except where said otherwise.
+// value (of which CRC_Calc16CCITT returns 16 bits). start is the value that the CRC register starts with, so that a
+// long range can be computed in pieces, each from the result of the one before. Nothing is inverted: a caller whose CRC
+// wants it passes an inverted start value and inverts the result (CRC-32 of IEEE 802.3, as in ISO 3309: start
+// 0xFFFFFFFF, result ^ 0xFFFFFFFF). polynomial is in reflected form (bit 31, 15 or 7 down to bit 0 are the powers 0
+// upwards) except where said otherwise.
 //
 // CRC_Calc32Table, CRC_Calc32, CRC_Calc32C and CRC_CalcFill share one table that is rebuilt whenever the polynomial
 // changes: calls from several threads must not overlap unless the table was built before and all use its polynomial.

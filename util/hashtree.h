@@ -38,7 +38,8 @@ struct HASHTREE {
 // Creates an empty tree. Returns null when memory is exhausted.
 HASHTREE* HASHTREE_Create(HASHTREE_HASH_FUNC* pfHash, HASHTREE_COMPARE_FUNC* pfCompare);
 
-// Adds an item, also when one with an equal key is there: a search then finds the one added first. When memory is
+// Adds an item, also when one with an equal key is there: HASHTREE_Find says which one
+// is found then. When memory is
 // exhausted the item is not added, and everything else stays as it was.
 void HASHTREE_Add(HASHTREE* pTree, void* pItem);
 

@@ -29,11 +29,22 @@ struct BLOCK : OTALLOC {
   uint32_t Zeroed;  // Payload bytes that are zero or handed out.
 };
 
+// Where the search for a request of one class begins: no block before pBase has room for any of them, and none before
+// pExact for one of ExactSize or more. The latter spares walking over blocks that have room for the smallest request of
+// the class, but not for the one that keeps being made.
+struct START {
+  BLOCK* pBase;
+  BLOCK* pExact;
+  uint32_t ExactSize;
+
+  BLOCK* Of(uint32_t rounded) const { return rounded >= ExactSize ? pExact : pBase; }
+};
+
 // The first block of an arena, which is its handle, and what belongs to the arena as a whole.
 struct ARENA {
   BLOCK First;
   BLOCK* pLast;
-  BLOCK* apStart[NUM_CLASSES];  // No block before this one has room for a request of this class.
+  START aStart[NUM_CLASSES];
 };
 
 constexpr uint32_t AlignUp(uint32_t size) {
@@ -115,13 +126,15 @@ void* CarveFromNewBlock(ARENA* pArena, uint32_t capacity, uint32_t rounded) {
   if (size >= OTALLOC_BLOCK_SIZE) {
     return CarveFromNewBlock(pArena, rounded, rounded);
   }
+  START& start = pArena->aStart[ClassOf(rounded)];
   const uint32_t floor = ClassFloor(rounded);
-  BLOCK*& pStart = pArena->apStart[ClassOf(rounded)];
-  while (FreeIn(pStart) < floor && pStart->pNext != nullptr) {
-    pStart = NextOf(pStart);
+  while (FreeIn(start.pBase) < floor && start.pBase->pNext != nullptr) {
+    start.pBase = NextOf(start.pBase);
   }
-  for (BLOCK* pBlock = pStart; pBlock != nullptr; pBlock = NextOf(pBlock)) {
+  for (BLOCK* pBlock = start.Of(rounded); pBlock != nullptr; pBlock = NextOf(pBlock)) {
     if (FreeIn(pBlock) >= rounded) {
+      start.pExact = pBlock;
+      start.ExactSize = rounded;
       return Carve(pBlock, rounded);
     }
   }
@@ -137,8 +150,8 @@ OTALLOC* OTALLOC_Create(void) {
   }
   ARENA* pArena = ArenaOf(pFirst);
   pArena->pLast = pFirst;
-  for (BLOCK*& pStart : pArena->apStart) {
-    pStart = pFirst;
+  for (START& start : pArena->aStart) {
+    start = {pFirst, pFirst, 0};
   }
   return pFirst;
 }
@@ -147,9 +160,9 @@ void* OTALLOC_Alloc(OTALLOC* pInstance, uint32_t size) {
   ARENA* pArena = ArenaOf(pInstance);
   if (size < OTALLOC_BLOCK_SIZE) [[likely]] {
     const uint32_t rounded = AlignUp(size);
-    BLOCK* pBlock = pArena->apStart[ClassOf(rounded)];
+    BLOCK* pBlock = pArena->aStart[ClassOf(rounded)].Of(rounded);
     const uint32_t used = pBlock->Used;
-    if (used + rounded <= pBlock->Zeroed) [[likely]] {
+    if (uint64_t{used} + rounded <= pBlock->Zeroed) [[likely]] {
       pBlock->Used = used + rounded;
       return pBlock->pData + used;
     }

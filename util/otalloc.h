@@ -19,7 +19,7 @@ extern "C" {
 
 typedef struct OTALLOC OTALLOC;
 struct OTALLOC {
-  uint8_t* pData;     // Payload, right behind this header.
+  uint8_t* pData;     // Payload, behind the block's header.
   OTALLOC* pNext;     // Block created next, null in the last one.
   uint32_t Used;      // Payload bytes handed out.
   uint32_t Capacity;  // Payload bytes in all.
@@ -29,7 +29,7 @@ struct OTALLOC {
 OTALLOC* OTALLOC_Create(void);
 
 // Returns size bytes, rounded up to a multiple of 8, from the first block with room for them, else from a new block at
-// the end of the chain. A size of 0 consumes nothing. Returns null when memory is exhausted or size exceeds 0xFFFFFFF8,
+// the end of the chain. A size of 0 consumes nothing. Returns null when memory is exhausted or size is nearly 4 GiB,
 // and the arena is as it was. pInstance must not be null.
 void* OTALLOC_Alloc(OTALLOC* pInstance, uint32_t size);
 

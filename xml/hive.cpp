@@ -145,7 +145,7 @@ void WriteBack(const SLOT& slot) {
   }
   const auto numBytes = static_cast<uint32_t>(length);
   if (slot.pSnapshot == nullptr || slot.SnapshotLen != numBytes || memcmp(slot.pSnapshot, pText, numBytes) != 0) {
-    SYS_FILE_Replace(slot.acPath, pText, numBytes, slot.IsBad != 0 ? BAD_SUFFIX : nullptr);
+    SYS_FILE_Replace(slot.acPath, pText, numBytes, slot.IsBad != 0 ? BAD_SUFFIX : nullptr, slot.Fd);
   }
   SYS_Free(pText);
 }

@@ -89,8 +89,7 @@ uint32_t SYS_REG_SetValue(SYS_REG_HANDLE handle, const char* name, uint32_t type
 //   SYS_REG_OK         the type and, when asked for, the data are there;
 //   SYS_REG_NOT_FOUND  there is no such value, and the outputs are as they were;
 //   SYS_REG_MORE_DATA  the buffer is too small. *pSize is the size that is needed, but as it was for numbers. As much
-//   of
-//                      a text as fits is there with a terminator, of other types nothing.
+//                      of a text as fits is there with a terminator, of other types nothing.
 //   SYS_REG_ERROR      an argument is missing, the value is incomplete in the file, or its type is unknown
 //                      (SYS_REG_TYPE_UNKNOWN) or, with pData, not supported.
 // A number whose text is none is 0.

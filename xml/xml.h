@@ -203,9 +203,9 @@ int32_t XML_SetAttrDouble(XML_DOC* pDoc, XML_ELEMENT* pElement, const char* name
 // Read a number at the start of an attribute's value. XML_GetAttrBool and XML_GetAttrU32 take what UTIL_StrToU32 takes:
 // decimal digits, or "0x" and hexadecimal digits, nothing before them; the truth value is 1 unless the number is 0.
 // XML_GetAttrInt takes decimal digits and XML_GetAttrDouble a number with fraction and exponent as strtol and strtod
-// do, after white space and a sign; a text without a number reads as 0, and of an integer beyond 32 bits the low 32
-// bits count. Return 0, or -1 with *pValue as it was: when an argument is null, and the first two when there is no
-// number.
+// do, after white space and a sign; a text without a number reads as 0, and of an integer beyond 32 bits, up to 64,
+// the low 32 bits count. Return 0, or -1 with *pValue as it was: when an argument is null, and the first two when there
+// is no number.
 int32_t XML_GetAttrBool(XML_DOC* pDoc, const XML_ATTR* pAttr, uint8_t* pValue);
 int32_t XML_GetAttrU32(XML_DOC* pDoc, const XML_ATTR* pAttr, uint32_t* pValue);
 int32_t XML_GetAttrInt(XML_DOC* pDoc, const XML_ATTR* pAttr, int32_t* pValue);
