@@ -62,7 +62,7 @@ int32_t OnTextAndNumber(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice
   return -1;
 }
 
-// Added conversion 'q': its own specification.
+// Added conversion 'q': a directive of its own.
 int32_t OnShowSpec(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice, const UTIL_PRINTF_API* pAPI, va_list*,
                    int32_t flags, int32_t width, int32_t precision) {
   for (int32_t value : {flags, width, precision}) {

@@ -89,7 +89,7 @@ int64_t NextSigned(va_list* pArgs, bool is64Bit) {
   return is64Bit ? va_arg(*pArgs, int64_t) : va_arg(*pArgs, int32_t);
 }
 
-// Reads and carries out the specification behind a '%', and returns where it ends.
+// Reads and carries out the directive behind a '%', and returns where it ends.
 const char* PutConversion(UTIL_SINK& sink, const char* s, va_list* pArgs) {
   if (*s == '%') {
     sink.PutChar('%');

@@ -3,7 +3,7 @@
 
 // The compact formatting engine: no flags, but 64-bit numbers and small hexadecimal letters.
 //
-// A conversion specification is '%', width, precision, length and a letter:
+// A conversion directive is '%', width, precision, length and a letter:
 //   width      decimal digits: the least number of characters, always filled up with blanks before the number
 //   precision  '.' and decimal digits: the least number of digits, filled up with zeros
 //   length     two 'l' or more: the number is 64 bits wide, else 32
@@ -14,7 +14,7 @@
 //              c       one character
 //              s       a text; null produces nothing
 //              others  nothing, without consuming an argument: '-', '+', ' ', '#' and 'h' are such letters
-// "%%" is a percent sign. c and s ignore width and precision. A format that ends inside a specification ends the output
+// "%%" is a percent sign. c and s ignore width and precision. A format that ends inside a directive ends the output
 // there.
 //
 // Texts that do not fit are cut to size - 1 characters, at most INT32_MAX - 1, and always terminated. format must not

@@ -223,7 +223,7 @@ void PutAddedConversion(OUTPUT& output, char letter, va_list* pArgs, const CONVE
   }
 }
 
-// Reads and carries out the specification behind a '%', and returns where it ends.
+// Reads and carries out the directive behind a '%', and returns where it ends.
 //
 // Numbers are fetched as int whatever length the format gives: arguments travel in slots of 64 bits on every machine
 // that this is built for, and the low half of a slot is what counts.

@@ -3,7 +3,7 @@
 
 // The full formatting engine: flags, width and precision, output devices, and conversions that its users add.
 //
-// A conversion specification is '%', flags, width, precision, length and a letter:
+// A conversion directive is '%', flags, width, precision, length and a letter:
 //   flags      any of '-' (padding after the digits), '+' and ' ' (sign of numbers that are not negative), '0' (zeros
 //              up to the width when no precision is given, also with '-') and '#' (no effect)
 //   width      decimal digits: the least number of characters, filled up with blanks
@@ -20,7 +20,7 @@
 //              others    looked up among the added conversions; without one nothing is produced and no argument
 //                        consumed
 // c, s and % ignore flags, width and precision. All numbers are taken as 32 bits: of a wider argument the low half
-// counts. Width and precision are never taken from the arguments. A format that ends inside a specification ends the
+// counts. Width and precision are never taken from the arguments. A format that ends inside a directive ends the
 // output there.
 //
 // Texts are always terminated and never pass the end of their buffer; results count what the whole text needs, up to
