@@ -10,6 +10,7 @@
 
 #include <atomic>
 
+#include "app/build_stamp.h"
 #include "app/identity.h"
 #include "app/options.h"
 #include "probe/script_engine.h"
@@ -206,7 +207,7 @@ int32_t RunInArena(const SCRIPT_ENGINE& engine, OTALLOC* pArena, int argc, char*
 
 int32_t SESSION_Run(int argc, char** argv) {
   printf("%s\n", IDENTITY_GetBanner());
-  printf("Compiled %s %s\n", __DATE__, __TIME__);
+  printf("Compiled %s\n", BUILD_STAMP);
 
   SCRIPT_ENGINE engine;
   SCRIPT_BindEngine(&engine);

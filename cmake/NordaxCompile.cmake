@@ -29,7 +29,8 @@ endif()
 add_library(nordax_product INTERFACE)
 target_compile_options(nordax_product INTERFACE -Wconversion -Wmissing-declarations
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
-  -ffunction-sections -fdata-sections)
+  -ffunction-sections -fdata-sections
+  $<$<CONFIG:Release>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=>)  # The same bytes wherever the sources stand.
 if(APPLE)
   target_link_options(nordax_product INTERFACE "LINKER:-dead_strip" "LINKER:-dead_strip_dylibs")
 else()

@@ -30,7 +30,7 @@ struct UTIL_DECIMAL_TABLES {
   }
 };
 
-inline constexpr UTIL_DECIMAL_TABLES UTIL_DECIMAL;
+[[gnu::visibility("hidden")]] inline constexpr UTIL_DECIMAL_TABLES UTIL_DECIMAL;
 
 // Reads a run of decimal digits of a format, none being 0; what exceeds 31 bits counts as the largest number.
 inline int32_t UTIL_ReadFormatNumber(const char** ppFormat) {

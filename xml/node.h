@@ -38,7 +38,7 @@ struct XML_CLASS_TABLE {
   }
 };
 
-inline constexpr XML_CLASS_TABLE XML_CLASSES;
+[[gnu::visibility("hidden")]] inline constexpr XML_CLASS_TABLE XML_CLASSES;
 
 inline bool XML_IsClass(char c, uint8_t classes) {
   return (XML_CLASSES.aClass[static_cast<uint8_t>(c)] & classes) != 0;

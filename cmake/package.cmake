@@ -1,0 +1,6 @@
+# Read by CPack for each kind of package: the archive takes all components into one.
+if(CPACK_GENERATOR STREQUAL TGZ)
+  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
+  set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+endif()
