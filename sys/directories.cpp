@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "sys/repeat.h"
 #include "sys/sys_dir.h"
 #include "sys/sys_file.h"
 #include "sys/sys_path.h"
@@ -58,11 +59,10 @@ constexpr mode_t HOME_DIR_MODE = 0775;
 // Permission bits do not tell (the file system may be read-only, the user the superuser), so a file is created.
 bool CanCreateFilesIn(const char* dir) {
   char acFile[MAX_WRITABLE_DIR + 16];
-  int fd;
-  do {
+  const int fd = Repeat([&acFile, dir] {
     UTIL_snprintf(acFile, sizeof(acFile), "%s/NORDAXXXXXXX", dir);
-    fd = mkostemp(acFile, O_CLOEXEC);
-  } while (fd < 0 && errno == EINTR);
+    return mkostemp(acFile, O_CLOEXEC);
+  });
   if (fd < 0) {
     return false;
   }

@@ -9,9 +9,13 @@
 #include "sys/sys_sync.h"
 
 #ifdef __APPLE__
+#include <crt_externs.h>
+
+// A shared library, as the layer may be, cannot name the variable itself.
+#define environ (*_NSGetEnviron())
+
 constexpr uint32_t PLATFORM_MAX_LINKS = 32;             // Symbolic links followed in one path.
 constexpr const char PLATFORM_OPEN_COMMAND[] = "open";  // Opens a file or a URL on the desktop.
-extern char** environ;                                  // The C library's, declared nowhere else.
 constexpr uint32_t PLATFORM_MAX_THREAD_NAME = 63;       // Characters.
 #else
 constexpr uint32_t PLATFORM_MAX_LINKS = 40;
@@ -22,7 +26,8 @@ constexpr uint32_t PLATFORM_MAX_THREAD_NAME = 15;
 // Gives the file of the running program's image: absolute, or a bare name when the platform knows no more.
 int32_t PLATFORM_GetImagePath(char* pDest, uint32_t size);
 
-// Gives the absolute path of the running process. Returns its length, or -1 when it is not known or does not fit.
+// Gives the absolute path of the running process. The size is at most 4096 (Darwin refuses more). Returns the path's
+// length, or -1 when it is not known or does not fit.
 int32_t PLATFORM_GetProcessPath(char* pDest, uint32_t size);
 
 // Starts a child process that calls pfRun, which must not return but load a program or end. The child may live in the

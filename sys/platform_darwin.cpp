@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "util/strings.h"
 
 int32_t PLATFORM_GetImagePath(char* pDest, uint32_t size) {
@@ -171,14 +172,10 @@ int32_t PLATFORM_GetThreadName(char* pDest) {
   return pthread_getname_np(pthread_self(), pDest, PLATFORM_MAX_THREAD_NAME + 1) == 0 ? 0 : -1;
 }
 
-// fsync leaves what it has written in the drive's cache; some file systems know nothing better.
+// fsync leaves what it has written in the drive's cache; some file systems know nothing better. A pipe or a socket
+// fails with ENOTSUP, which fsync's manual calls EINVAL.
 int32_t PLATFORM_Flush(int32_t fd) {
-  int result;
-  do {
-    result = fcntl(fd, F_FULLFSYNC);
-    if (result < 0 && errno != EINTR) {
-      result = fsync(fd);
-    }
-  } while (result < 0 && errno == EINTR);
-  return result == 0 || errno == EINVAL ? 0 : -1;
+  const bool isFlushed =
+      Repeat([fd] { return fcntl(fd, F_FULLFSYNC); }) == 0 || Repeat([fd] { return fsync(fd); }) == 0;
+  return isFlushed || errno == EINVAL || errno == ENOTSUP ? 0 : -1;
 }

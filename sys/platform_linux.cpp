@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "sys/sys_memory.h"
 #include "util/scan.h"
 #include "util/strings.h"
@@ -181,27 +182,16 @@ timespec GetMonotonicDeadline(uint32_t timeoutMs) {
 }
 
 int WaitUntil(sem_t* pSema, const timespec* pDeadline) {
-  int result;
-  do {
-    result = sem_clockwait(pSema, CLOCK_MONOTONIC, pDeadline);
-  } while (result != 0 && errno == EINTR);
+  const int result = Repeat([=] { return sem_clockwait(pSema, CLOCK_MONOTONIC, pDeadline); });
   if (result == 0 && AcquireForSanitizer != nullptr) {
     AcquireForSanitizer(pSema);
   }
   return result;
 }
 
-int WaitForever(sem_t* pSema) {
-  int result;
-  do {
-    result = sem_wait(pSema);
-  } while (result != 0 && errno == EINTR);
-  return result;
-}
-
 int32_t WaitLong(sem_t* pSema, uint32_t timeoutMs) {
   if (timeoutMs == SYS_WAIT_INFINITE) {
-    return WaitForever(pSema);
+    return Repeat([=] { return sem_wait(pSema); });
   }
   const timespec deadline = GetMonotonicDeadline(timeoutMs);
   if (WaitUntil(pSema, &deadline) == 0) {
@@ -228,9 +218,5 @@ int32_t PLATFORM_GetThreadName(char* pDest) {
 }
 
 int32_t PLATFORM_Flush(int32_t fd) {
-  int result;
-  do {
-    result = fsync(fd);
-  } while (result < 0 && errno == EINTR);
-  return result == 0 || errno == EINVAL ? 0 : -1;
+  return Repeat([fd] { return fsync(fd); }) == 0 || errno == EINVAL ? 0 : -1;
 }

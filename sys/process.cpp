@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "sys/sys_memory.h"
 #include "sys/sys_process.h"
 #include "util/scan.h"
@@ -173,11 +174,7 @@ int32_t WaitFor(int32_t pid, int* pStatus, int options) {
     errno = ECHILD;
     return -1;
   }
-  int32_t result;
-  do {
-    result = waitpid(pid, pStatus, options);
-  } while (result < 0 && errno == EINTR);
-  return result;
+  return Repeat([=] { return waitpid(pid, pStatus, options); });
 }
 
 // Starts the child, and sees the helper off where there is one; its id, or 0. A request to cancel the thread has to

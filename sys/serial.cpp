@@ -11,6 +11,7 @@
 #include <termios.h>
 
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "sys/sys_file.h"
 #include "sys/sys_memory.h"
 #include "sys/sys_wait.h"
@@ -39,11 +40,8 @@ int32_t OpenDevice(const char* deviceName) {
     errno = ENAMETOOLONG;
     return -1;
   }
-  int32_t fd;
-  do {
-    fd = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);  // Does not wait for a carrier.
-  } while (fd < 0 && errno == EINTR);
-  return fd;
+  // Does not wait for a carrier.
+  return Repeat([&acPath] { return open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK); });
 }
 
 void MakeRaw(int32_t fd) {

@@ -7,7 +7,7 @@ set(ENV{HOME} ${DIRECTORY})
 set(ENV{TMPDIR} ${DIRECTORY}/)
 set(ENV{TZ} UTC)
 set(ENV{LC_ALL} C)
-execute_process(COMMAND ${PROGRAM} WORKING_DIRECTORY ${DIRECTORY}
+execute_process(COMMAND ${PROGRAM} WORKING_DIRECTORY ${DIRECTORY} INPUT_FILE /dev/null
   OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE result)
 file(READ ${EXPECTED} expected)
 if(NOT result STREQUAL 0 OR NOT "${errors}" STREQUAL "" OR NOT "${output}" STREQUAL "${expected}")

@@ -15,8 +15,6 @@ enum {
 
 typedef UInt32 ProcessApplicationTransformState;
 enum {
-  kProcessTransformToForegroundApplication = 1,
-  kProcessTransformToBackgroundApplication = 2,
   kProcessTransformToUIElementApplication = 4,
 };
 

@@ -10,7 +10,6 @@ extern "C" {
 #endif
 
 typedef unsigned long CFTypeID;
-typedef unsigned long CFOptionFlags;
 typedef long CFIndex;
 typedef double CFTimeInterval;
 typedef UInt32 CFStringEncoding;
@@ -22,18 +21,15 @@ typedef const struct CFOpaqueDictionary* CFDictionaryRef;
 typedef struct CFOpaqueDictionary* CFMutableDictionaryRef;
 
 enum : CFStringEncoding {
-  kCFStringEncodingASCII = 0x0600,
   kCFStringEncodingUTF8 = 0x08000100,
 };
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 
 CFTypeID CFGetTypeID(CFTypeRef object);
-CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 
 CFTypeID CFStringGetTypeID(void);
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* pText, CFStringEncoding encoding);
 Boolean CFStringGetCString(CFStringRef string, char* pBuffer, CFIndex size, CFStringEncoding encoding);
 
 // A constant string: the compiler lays the object out, the framework supplies its class.

@@ -7,7 +7,5 @@
 #define kIOSerialBSDTypeKey "IOSerialBSDClientType"
 #define kIOSerialBSDAllTypes "IOSerialStream"
 #define kIOCalloutDeviceKey "IOCalloutDevice"
-#define kIODialinDeviceKey "IODialinDevice"
-#define kIOTTYDeviceKey "IOTTYDevice"
 
 #endif
