@@ -3,9 +3,6 @@
 // request costs the same however many blocks there are. The hash tree follows, beside std::unordered_map.
 
 #include <benchmark/benchmark.h>
-#if __has_include(<malloc.h>)
-#include <malloc.h>
-#endif
 #include <stdlib.h>
 #include <string.h>
 
@@ -179,16 +176,3 @@ BENCHMARK(HashTreeFind<false>)->Name("HashTreeMiss")->Arg(16)->Arg(1000)->Arg(10
 BENCHMARK(UnorderedMapFind<false>)->Name("UnorderedMapMiss")->Arg(16)->Arg(1000)->Arg(1000000);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-#ifdef M_MMAP_MAX
-  // Keeps freed memory in the process: with each round on fresh pages the kernel's work would hide that of the
-  // allocators.
-  mallopt(M_MMAP_MAX, 0);
-  mallopt(M_TRIM_THRESHOLD, -1);
-#endif
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

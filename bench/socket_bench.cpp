@@ -80,6 +80,10 @@ void Throughput(benchmark::State& state) {
   int64_t count = 0;
   for (auto _ : state) {
     int64_t left = CALLS::Send(connection.Client, block.data(), BLOCK_BYTES);
+    if (left < 0) {
+      state.SkipWithError("sending failed");
+      break;
+    }
     count += left;
     while (left > 0) {
       left -= CALLS::Receive(connection.Server, block.data(), BLOCK_BYTES);

@@ -4,9 +4,6 @@
 // costs. A second set appends and finds children of a key that has many.
 
 #include <benchmark/benchmark.h>
-#if __has_include(<malloc.h>)
-#include <malloc.h>
-#endif
 #include <dlfcn.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -288,16 +285,3 @@ BENCHMARK(FindLastChild)->Arg(1000);
 BENCHMARK(FindLastChildPugixml)->Arg(1000);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-#ifdef M_MMAP_MAX
-  // Keeps freed memory in the process: with each round on fresh pages the kernel's work would hide that of the
-  // libraries.
-  mallopt(M_MMAP_MAX, 0);
-  mallopt(M_TRIM_THRESHOLD, -1);
-#endif
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

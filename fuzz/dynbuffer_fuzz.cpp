@@ -35,6 +35,12 @@ struct MODEL {
     return 0;
   }
 
+  int32_t Reserve(uint32_t index, uint32_t capacity) {
+    const bool isInBounds = index < capacity || index < Bytes.size();
+    NumMessages += !isInBounds;
+    return isInBounds ? 0 : DYNBUFFER_ERROR_OUT_OF_BOUNDS;
+  }
+
   int32_t Add(const std::vector<uint8_t>& bytes) {
     const auto pos = static_cast<int32_t>(Length);
     const int32_t result = Write(Length, bytes);
@@ -65,12 +71,39 @@ uint32_t TakeOffset(FUZZ_INPUT& input, const MODEL& model) {
   }
 }
 
+int32_t AddNumber(DYNBUFFER* pBuffer, uint64_t value, uint32_t numBytes) {
+  switch (numBytes) {
+    case 1:
+      return DYNBUFFER_AddU8(pBuffer, static_cast<uint8_t>(value));
+    case 2:
+      return DYNBUFFER_AddU16(pBuffer, static_cast<uint16_t>(value));
+    case 4:
+      return DYNBUFFER_AddU32(pBuffer, static_cast<uint32_t>(value));
+    default:
+      return DYNBUFFER_AddU64(pBuffer, value);
+  }
+}
+
+int32_t WriteNumber(DYNBUFFER* pBuffer, uint32_t offset, uint64_t value, uint32_t numBytes) {
+  switch (numBytes) {
+    case 1:
+      return DYNBUFFER_WriteU8(pBuffer, offset, static_cast<uint8_t>(value));
+    case 2:
+      return DYNBUFFER_WriteU16(pBuffer, offset, static_cast<uint16_t>(value));
+    case 4:
+      return DYNBUFFER_WriteU32(pBuffer, offset, static_cast<uint32_t>(value));
+    default:
+      return DYNBUFFER_WriteU64(pBuffer, offset, value);
+  }
+}
+
 void Step(DYNBUFFER* pBuffer, MODEL& model, FUZZ_INPUT& input) {
   const auto operation = input.Take<uint8_t>();
   const uint32_t offset = TakeOffset(input, model);
   const std::vector<uint8_t> bytes(input.Take<uint16_t>() % 600, input.Take<uint8_t>());
   const auto count = static_cast<uint32_t>(bytes.size());
   const auto value = input.Take<uint64_t>();
+  const uint32_t width = 1u << (operation / 8 % 4);
   switch (operation % 8) {
     case 0:
       FUZZ_EXPECT(DYNBUFFER_Write(pBuffer, offset, bytes.data(), count) == model.Write(offset, bytes));
@@ -83,18 +116,16 @@ void Step(DYNBUFFER* pBuffer, MODEL& model, FUZZ_INPUT& input) {
       FUZZ_EXPECT(DYNBUFFER_AddGetPos(pBuffer, bytes.data(), count) == model.Add(bytes));
       break;
     case 3:
-      FUZZ_EXPECT(DYNBUFFER_AddU16(pBuffer, static_cast<uint16_t>(value)) == model.Add(LittleEndian(value, 2)));
+      FUZZ_EXPECT(DYNBUFFER_Add(pBuffer, bytes.data(), count) == std::min(model.Add(bytes), 0));
       break;
     case 4:
-      FUZZ_EXPECT(DYNBUFFER_AddU64(pBuffer, value) == model.Add(LittleEndian(value, 8)));
+      FUZZ_EXPECT(AddNumber(pBuffer, value, width) == model.Add(LittleEndian(value, width)));
       break;
     case 5:
-      FUZZ_EXPECT(DYNBUFFER_WriteU8(pBuffer, offset, static_cast<uint8_t>(value)) ==
-                  model.Write(offset, LittleEndian(value, 1)));
+      FUZZ_EXPECT(WriteNumber(pBuffer, offset, value, width) == model.Write(offset, LittleEndian(value, width)));
       break;
     case 6:
-      FUZZ_EXPECT(DYNBUFFER_WriteU32(pBuffer, offset, static_cast<uint32_t>(value)) ==
-                  model.Write(offset, LittleEndian(value, 4)));
+      FUZZ_EXPECT(DYNBUFFER_Reserve(pBuffer, offset) == model.Reserve(offset, pBuffer->Capacity));
       break;
     default:
       DYNBUFFER_Clear(pBuffer);

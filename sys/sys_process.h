@@ -35,8 +35,9 @@ typedef struct SYS_PROC_DESC {
 // Starts a program.
 //
 // The argument text is split as UTIL_ParseString reads it, up to its end: arguments stand between blanks, one that
-// contains blanks stands in double quotes, and one comma may follow each. A text of blanks alone is one empty argument.
-// Up to six arguments in a text of up to 63 characters are passed without taking memory from the heap.
+// contains blanks stands in double quotes, and a comma behind the blank or the quote that ends one is dropped. A text
+// of blanks alone is one empty argument. Up to six arguments in a text of up to 63 characters are passed without taking
+// memory from the heap.
 //
 // An attached program has an empty environment. The result is its id, also when it cannot be executed, or when an
 // output to be closed is not open: the exit code is 9 then. The call returns when the program has begun.
@@ -60,7 +61,7 @@ int32_t SYS_PROC_Wait(int32_t pid, uint32_t* pExitCode);
 
 // Asks an attached program to end (SIGTERM) and waits until it has, however long it takes: a program can put the end
 // off or ignore the request. Returns 0, or -1 when the signal cannot be sent or pid is no unreported program of the
-// caller's.
+// caller's: another process that the caller may signal gets the signal all the same.
 int32_t SYS_PROC_Kill(int32_t pid);
 
 // Closes all descriptors of the calling process except standard input, output and error. Returns 0, or -1 when the

@@ -25,7 +25,7 @@ constexpr uint32_t MAX_PATH_BYTES = 512;
 constexpr uint32_t NUM_OPEN_RETRIES = 3;
 constexpr uint32_t OPEN_RETRY_DELAY_MS = 5;
 constexpr uintptr_t FIRST_ROOT = 0x80000000;
-constexpr uintptr_t LAST_PREDEFINED = 0x80000006;
+constexpr uintptr_t LAST_ROOT = 0x80000006;
 
 struct SLOT : SYS_REG_HIVE {
   uint32_t IsBad;  // The file holds something that is no document.
@@ -33,6 +33,15 @@ struct SLOT : SYS_REG_HIVE {
 };
 
 SLOT aSlots[std::size(FILE_NAMES)];
+
+}  // namespace
+
+int32_t SYS_REG_IsRoot(SYS_REG_HANDLE handle) {
+  const auto value = reinterpret_cast<uintptr_t>(handle);
+  return value >= FIRST_ROOT && value <= LAST_ROOT ? 1 : 0;
+}
+
+namespace {
 
 // Puts the path of a hive's file together. One that does not fit whole would name another file, perhaps one for two
 // hives.
@@ -106,10 +115,9 @@ int32_t Load(SLOT& slot, const char* path) {
 }  // namespace
 
 int32_t SYS_REG_GetHive(SYS_REG_HANDLE handle, XML_ELEMENT** ppElement, SYS_REG_HIVE** ppHive) {
-  const auto value = reinterpret_cast<uintptr_t>(handle);
-  const bool isPredefined = value >= FIRST_ROOT && value <= LAST_PREDEFINED;
-  const uintptr_t index = value - FIRST_ROOT;
-  if (handle == nullptr || (isPredefined && index >= std::size(aSlots))) {
+  const bool isRoot = SYS_REG_IsRoot(handle) != 0;
+  const uintptr_t index = reinterpret_cast<uintptr_t>(handle) - FIRST_ROOT;
+  if (handle == nullptr || (isRoot && index >= std::size(aSlots))) {
     return -1;
   }
   *ppElement = nullptr;
@@ -117,7 +125,7 @@ int32_t SYS_REG_GetHive(SYS_REG_HANDLE handle, XML_ELEMENT** ppElement, SYS_REG_
   if (SYS_GetAppDataDir(acDir, sizeof(acDir)) < 0) {
     return -1;
   }
-  if (!isPredefined) {
+  if (!isRoot) {
     *ppElement = handle->pElement;
     *ppHive = handle->pHive;
     return 0;

@@ -43,6 +43,9 @@ struct SYS_REG_KEY {
   XML_ELEMENT* pElement;
 };
 
+// Returns 1 for a root, also for one that this system does not have (0x80000003 to 0x80000006), and 0 for all else.
+int32_t SYS_REG_IsRoot(SYS_REG_HANDLE handle);
+
 // Gives the element that a root or a key handle stands for, and its hive, which is loaded first when it is not, with no
 // users. The directory is created where it is missing, also for a key handle. A file that is missing is created empty
 // (0644, less the process's file-creation mask); while it cannot be opened, it is tried three times more, 5 ms apart.
@@ -52,7 +55,7 @@ struct SYS_REG_KEY {
 // its path and the file's name exceed 511 characters together; when the file cannot be opened; when memory is
 // exhausted; and, once, in the call that loads a hive whose text is longer than SYS_REG_MAX_HIVE_SIZE, which later
 // calls find loaded. Returns -1 with both outputs as they were for null and for the roots that this system does not
-// have (0x80000003 to 0x80000006).
+// have.
 int32_t SYS_REG_GetHive(SYS_REG_HANDLE handle, XML_ELEMENT** ppElement, SYS_REG_HIVE** ppHive);
 
 // Ends the use of a hive by one key handle, which the caller frees. When that was the last one, or force is not 0, the

@@ -80,11 +80,6 @@ SYS_REG_HANDLE OpenOrCreate(SYS_REG_HANDLE handle, const char* path, bool isCrea
   return pKey;
 }
 
-bool IsPredefined(SYS_REG_HANDLE handle) {
-  const auto value = reinterpret_cast<uintptr_t>(handle);
-  return value >= 0x80000000 && value <= 0x80000006;
-}
-
 }  // namespace
 
 SYS_REG_HANDLE SYS_REG_OpenKey(SYS_REG_HANDLE handle, const char* path) {
@@ -96,7 +91,7 @@ SYS_REG_HANDLE SYS_REG_CreateKey(SYS_REG_HANDLE handle, const char* path) {
 }
 
 void SYS_REG_CloseKey(SYS_REG_HANDLE handle) {
-  if (handle != nullptr && !IsPredefined(handle)) {
+  if (handle != nullptr && SYS_REG_IsRoot(handle) == 0) {
     SYS_REG_ReleaseHive(handle->pHive, 0);
     SYS_Free(handle);
   }
