@@ -1,8 +1,8 @@
 #ifndef APP_CONSOLE_H
 #define APP_CONSOLE_H
 
-// Console output for the front end's features. All of it goes to standard output and is flushed, so that it appears at
-// once.
+// Console output for features of the front end beside the session, which prints its own lines. All of it goes to
+// standard output and is flushed, so that it appears at once.
 //
 // A format is one of the compact engine (util/fmt.h). A null format, or one of 2,048 characters and more, prints
 // nothing, and a text is cut to 4,095 characters. Other pointers must not be null.

@@ -1,5 +1,5 @@
 // Owns the identity texts, put together once. A version text without a first character tells that this is still to be
-// done.
+// done. The build gives the version (VERSION_MAJOR and VERSION_MINOR, those of the project).
 
 #include "app/identity.h"
 
@@ -8,8 +8,6 @@
 namespace {
 
 constexpr char PRODUCT_NAME[] = "Tamsel";
-constexpr int VERSION_MAJOR = 9;
-constexpr int VERSION_MINOR = 42;
 constexpr char BANNER_SUFFIX[] = "";  // Marks special editions; this one is none.
 
 char acVersion[16];

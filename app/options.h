@@ -51,8 +51,8 @@ typedef int32_t CMDLINE_HANDLER(const CMDLINE_OPTION* pOption, const char* value
 struct CMDLINE_OPTION {
   CMDLINE_HANDLER* pfHandler;
   const char* pName;
-  uint32_t Flags;  // 1: takes a value.
-  const char* pHelp;
+  uint32_t Flags;     // 1: takes a value, as every option does.
+  const char* pHelp;  // For a listing of the options, which nothing prints.
 };
 
 // Sets the settings to their defaults and says which arena holds the pairs; it must outlive the settings.

@@ -26,7 +26,7 @@ namespace {
 constexpr int32_t EXIT_OK = 0;
 constexpr int32_t EXIT_FAILED = -1;
 
-constexpr uint32_t NUM_USB_PORTS = 4;  // A smaller number given for USB is a port, a larger one a serial number.
+constexpr uint32_t NUM_USB_PORTS = 4;  // A number given for USB is a port below this, else a serial number.
 constexpr uint32_t TEXT_BYTES = 256;
 
 // Set from whatever thread the library calls back on.

@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory_resource>
 #include <random>
 #include <unordered_map>
@@ -91,8 +93,8 @@ OTALLOC* GrowArena(int64_t numMiB) {
 // Requests of several sizes in an arena that is large already.
 void OtallocGrown(benchmark::State& state) {
   constexpr uint32_t SIZES[] = {24, 200, 64, 1120, 40};
-  OTALLOC_Destroy(
-      GrowArena(state.range(0) + 200));  // So that all sizes of the arena run on memory that the process has.
+  // So that all sizes of the arena run on memory that the process has.
+  OTALLOC_Destroy(GrowArena(state.range(0) + 200));
   OTALLOC* pArena = GrowArena(state.range(0));
   for (auto _ : state) {
     for (uint32_t size : SIZES) {

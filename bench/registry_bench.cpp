@@ -14,7 +14,6 @@
 #include <memory>
 #include <string>
 
-#include "xml/hive.h"
 #include "xml/registry.h"
 
 namespace {
@@ -194,28 +193,31 @@ void Open(benchmark::State& state) {
   }
 }
 
-template <typename STORE>
-void Get(benchmark::State& state) {
+// Works on the values of an open store, one a round, in steps of seven. The work also gets the number of the round.
+template <typename STORE, typename WORK>
+void OnOpenStore(benchmark::State& state, WORK work) {
   const PLACE place(false);
   Fill<STORE>(place, state.range(0));
   STORE store(place);
   int64_t count = 0;
   for (auto _ : state) {
     const int64_t index = count++ * 7 % state.range(0);
-    benchmark::DoNotOptimize(store.Get(GroupOf(index), NameOf(index)));
+    work(store, GroupOf(index), NameOf(index), count);
   }
 }
 
 template <typename STORE>
+void Get(benchmark::State& state) {
+  OnOpenStore<STORE>(state, [](STORE& store, const std::string& group, const std::string& name, int64_t) {
+    benchmark::DoNotOptimize(store.Get(group, name));
+  });
+}
+
+template <typename STORE>
 void Set(benchmark::State& state) {
-  const PLACE place(false);
-  Fill<STORE>(place, state.range(0));
-  STORE store(place);
-  int64_t count = 0;
-  for (auto _ : state) {
-    const int64_t index = count++ * 7 % state.range(0);
-    store.Set(GroupOf(index), NameOf(index), count % 2 != 0 ? "one" : "two");
-  }
+  OnOpenStore<STORE>(state, [](STORE& store, const std::string& group, const std::string& name, int64_t count) {
+    store.Set(group, name, count % 2 != 0 ? "one" : "two");
+  });
 }
 
 #define BENCH_ALL(what, ...)                      \

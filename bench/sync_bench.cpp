@@ -32,6 +32,7 @@ class LAYER_SEMA {
   SYS_SEMA* pSema = SYS_SEMA_Create(0);
 };
 
+#ifndef __APPLE__  // Has no unnamed semaphores.
 class PLATFORM_SEMA {
  public:
   PLATFORM_SEMA() { sem_init(&object, 0, 0); }
@@ -42,6 +43,7 @@ class PLATFORM_SEMA {
  private:
   sem_t object;
 };
+#endif
 
 class LAYER_EVENT {
  public:
@@ -119,11 +121,15 @@ BENCHMARK_TEMPLATE(Lock, std::recursive_mutex);
 BENCHMARK_TEMPLATE(Lock, LAYER_MUTEX)->Threads(4)->UseRealTime();
 BENCHMARK_TEMPLATE(Lock, std::recursive_mutex)->Threads(4)->UseRealTime();
 BENCHMARK_TEMPLATE(PostAndWait, LAYER_SEMA);
+#ifndef __APPLE__
 BENCHMARK_TEMPLATE(PostAndWait, PLATFORM_SEMA);
+#endif
 BENCHMARK_TEMPLATE(PostAndWait, LAYER_EVENT);
 BENCHMARK_TEMPLATE(PostAndWait, CONDITION_EVENT);
 BENCHMARK_TEMPLATE(PingPong, LAYER_SEMA)->UseRealTime();
+#ifndef __APPLE__
 BENCHMARK_TEMPLATE(PingPong, PLATFORM_SEMA)->UseRealTime();
+#endif
 BENCHMARK_TEMPLATE(PingPong, LAYER_EVENT)->UseRealTime();
 BENCHMARK_TEMPLATE(PingPong, CONDITION_EVENT)->UseRealTime();
 

@@ -1,15 +1,10 @@
 // Splitting, composing and joining of paths: the parts of a path make it up again, whatever fits is right and nothing
 // else is written. Three bytes of the input give sizes, the rest is a path and, behind a zero byte, a relative one.
 
-#include <stdint.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <memory>
-#include <string>
 
 #include "fuzz/input.h"
 #include "sys/sys_path.h"

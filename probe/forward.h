@@ -16,8 +16,8 @@ template <size_t SIZE>
 struct SYMBOL_NAME {
   char acText[SIZE];
 
-  constexpr SYMBOL_NAME(const char (&text)[SIZE])
-      : acText{} {  // Implicit: made from the literal in a template argument.
+  // Implicit: made from the literal in a template argument.
+  constexpr SYMBOL_NAME(const char (&text)[SIZE]) : acText{} {
     for (size_t i = 0; i < SIZE; i++) {
       acText[i] = text[i];
     }
@@ -77,8 +77,8 @@ struct FORWARDER<ENTRY, RESULT(ARGS...)> {
   }
 
 // "int, char*" becomes "int a, char* a_" and "a, a_": each name is the one before it with an underscore more. A macro
-// does not expand within itself, so the rest of a list is put off (PARENS) and taken up by the rescans of
-// FORWARD_EXPAND.
+// does not expand within itself, so the rest of a list is put off (FORWARD_PARENS) and taken up by the
+// rescans of FORWARD_EXPAND.
 #define FORWARD_PARENS ()
 #define FORWARD_EXPAND(...) FORWARD_EXPAND_4(FORWARD_EXPAND_4(FORWARD_EXPAND_4(FORWARD_EXPAND_4(__VA_ARGS__))))
 #define FORWARD_EXPAND_4(...) FORWARD_RESCAN(FORWARD_RESCAN(FORWARD_RESCAN(FORWARD_RESCAN(__VA_ARGS__))))

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr char FILE_NAME[] = "libvortaarm.dylib";
-constexpr char BASE_NAME[] = "libvortaarm";
+constexpr char VERSIONED_NAME[] = "libvortaarm.5.dylib";
 constexpr uint32_t PATH_BYTES = 512;
 constexpr uint32_t ERROR_TEXT_BYTES = 2048;  // Names the library by its path, and what is missing behind that.
 
@@ -74,7 +74,7 @@ int8_t Search() {
   if (TryOpen("/Applications/NORDAX/Vorta/%s", FILE_NAME)) {
     return 3;
   }
-  if (TryOpen("/Applications/NORDAX/Vorta/%s.5.dylib", BASE_NAME)) {
+  if (TryOpen("/Applications/NORDAX/Vorta/%s", VERSIONED_NAME)) {
     return 4;
   }
   return -1;

@@ -1,6 +1,12 @@
 #ifndef SIM_SIM_H
 #define SIM_SIM_H
 
+// What the four sources of the simulated probe library share; none of it is exported. The library stands alone: with
+// the tool it has only the prototypes of probe/ in common, so that no fault can hide by being on both sides. It is
+// meant for one thread, as the library that it stands for.
+//
+// An operation that can fail gives a text: null for success, else what went wrong, valid until the next SIM_Text.
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -8,12 +14,6 @@
 #include "probe/vorta.h"
 
 struct lua_State;
-
-// What the four sources of the simulated probe library share; none of it is exported. The library stands alone: with
-// the tool it has only the prototypes of probe/ in common, so that no fault can hide by being on both sides. It is
-// meant for one thread, as the library that it stands for.
-//
-// An operation that can fail gives a text: null for success, else what went wrong, valid until the next SIM_Text.
 
 // --- Texts and checksums (probe.cpp) ---
 

@@ -1,5 +1,5 @@
-// Files by descriptor. Every call that a signal can interrupt is repeated here and nowhere else, and lengths are kept
-// to what the 32-bit results can tell. Nothing is buffered: the position is always the platform's.
+// Files by descriptor. Calls that a signal interrupts are repeated, closing excepted, and lengths are kept to what the
+// 32-bit results can tell. Nothing is buffered: the position is always the platform's.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -23,11 +23,6 @@ constexpr mode_t NEW_FILE_MODE = 0644;
 constexpr uint32_t MAX_USER_PATH = 512;
 constexpr uint32_t PASSWORD_ENTRY_BYTES = 4096;  // The most that platforms recommend.
 constexpr uint32_t LINE_CHUNK_BYTES = 256;
-
-// What the 32-bit results of one read or write can tell; Darwin refuses more.
-size_t Limit(uint32_t numBytes) {
-  return std::min<uint32_t>(numBytes, INT32_MAX);
-}
 
 int TranslateFlags(uint32_t flags) {
   int result = O_CLOEXEC;
@@ -135,11 +130,11 @@ void SYS_FILE_Close(int32_t fd) {
 }
 
 int32_t SYS_FILE_Read(int32_t fd, void* pBuffer, uint32_t numBytes) {
-  return static_cast<int32_t>(Repeat([=] { return read(fd, pBuffer, Limit(numBytes)); }));
+  return static_cast<int32_t>(Repeat([=] { return read(fd, pBuffer, ClipLength(numBytes)); }));
 }
 
 int32_t SYS_FILE_Write(int32_t fd, const void* pBuffer, uint32_t numBytes) {
-  return static_cast<int32_t>(Repeat([=] { return write(fd, pBuffer, Limit(numBytes)); }));
+  return static_cast<int32_t>(Repeat([=] { return write(fd, pBuffer, ClipLength(numBytes)); }));
 }
 
 namespace {

@@ -9,24 +9,27 @@
 
 namespace {
 
-// The address is an IPv4 number or a pointer to an IPv6 address.
+typedef int ADDRESS_FUNC(int, const sockaddr*, socklen_t);
+typedef int NAME_FUNC(int, sockaddr*, socklen_t*);
+
+// Calls bind or connect. The address is an IPv4 number or a pointer to an IPv6 address.
 template <typename ADDRESS>
-int32_t Bind(int32_t sock, ADDRESS addr, uint32_t port) {
-  SOCKET_ADDRESS own;
-  return own.Set(addr, port) ? bind(sock, &own.Any, own.Length) : -1;
+int32_t CallWith(ADDRESS_FUNC* pfCall, int32_t sock, ADDRESS addr, uint32_t port) {
+  SOCKET_ADDRESS address;
+  return address.Set(addr, port) ? pfCall(sock, &address.Any, address.Length) : -1;
 }
 
 }  // namespace
 
 int32_t SYS_SOCKET_Listen(int32_t sock, uint32_t addr, uint32_t port, int32_t backlog) {
-  if (SYS_SOCKET_SetReuseAddr(sock) != 0 || Bind(sock, addr, port) != 0) {
+  if (SYS_SOCKET_SetReuseAddr(sock) != 0 || CallWith(bind, sock, addr, port) != 0) {
     return -1;
   }
   return listen(sock, backlog);
 }
 
 int32_t SYS_SOCKET_ListenV6(int32_t sock, const uint8_t* pAddr, uint32_t port, int32_t backlog) {
-  return Bind(sock, pAddr, port) == 0 ? listen(sock, backlog) : -1;
+  return CallWith(bind, sock, pAddr, port) == 0 ? listen(sock, backlog) : -1;
 }
 
 int32_t SYS_SOCKET_Accept(int32_t sock) {
@@ -45,27 +48,15 @@ int32_t SYS_SOCKET_AcceptTimeout(int32_t sock, int32_t timeoutMs) {
   return SYS_SOCKET_Accept(sock);
 }
 
-namespace {
-
-template <typename ADDRESS>
-int32_t Connect(int32_t sock, ADDRESS addr, uint32_t port) {
-  SOCKET_ADDRESS peer;
-  return peer.Set(addr, port) ? connect(sock, &peer.Any, peer.Length) : -1;
-}
-
-}  // namespace
-
 int32_t SYS_SOCKET_Connect(int32_t sock, uint32_t addr, uint32_t port) {
-  return Connect(sock, addr, port);
+  return CallWith(connect, sock, addr, port);
 }
 
 int32_t SYS_SOCKET_ConnectV6(int32_t sock, const uint8_t* pAddr, uint32_t port) {
-  return Connect(sock, pAddr, port);
+  return CallWith(connect, sock, pAddr, port);
 }
 
 namespace {
-
-typedef int NAME_FUNC(int, sockaddr*, socklen_t*);
 
 // The record stays empty when the call fails, so that the outputs become 0.
 template <typename ADDRESS>
@@ -99,5 +90,5 @@ int32_t SYS_SOCKET_GetPeerAddrV6(int32_t sock, uint8_t* pAddr, uint32_t* pPort) 
 }
 
 int32_t SYS_SOCKET_BindUDP(int32_t sock, uint32_t addr, uint32_t port) {
-  return Bind(sock, addr, port);
+  return CallWith(bind, sock, addr, port);
 }

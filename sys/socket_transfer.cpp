@@ -1,9 +1,8 @@
 // Sockets: moving bytes, and what a failure is called. Every length is kept within the range of the results, and every
 // send asks the platform not to raise the broken-pipe signal.
 
-#include <algorithm>
-
 #include "sys/platform.h"
+#include "sys/repeat.h"
 #include "sys/socket_internal.h"
 #include "sys/sys_socket.h"
 
@@ -41,10 +40,6 @@ int32_t Finish(ssize_t result, int32_t ERROR_ROW::*pColumn) {
   return result >= 0 ? static_cast<int32_t>(result) : MapError(errno, pColumn);
 }
 
-size_t Clip(uint32_t numBytes) {
-  return std::min<uint32_t>(numBytes, INT32_MAX);
-}
-
 }  // namespace
 
 int32_t SYS_SOCKET_GetError(int32_t sock) {
@@ -61,7 +56,7 @@ int32_t SYS_SOCKET_GetError(int32_t sock) {
 }
 
 int32_t SYS_SOCKET_Receive(int32_t sock, void* pBuffer, uint32_t numBytes) {
-  return Finish(recv(sock, pBuffer, Clip(numBytes), 0), &ERROR_ROW::Receive);
+  return Finish(recv(sock, pBuffer, ClipLength(numBytes), 0), &ERROR_ROW::Receive);
 }
 
 int32_t SYS_SOCKET_ReceiveAll(int32_t sock, void* pBuffer, uint32_t numBytes) {
@@ -81,7 +76,7 @@ int32_t SYS_SOCKET_ReceiveAll(int32_t sock, void* pBuffer, uint32_t numBytes) {
 }
 
 int32_t SYS_SOCKET_Send(int32_t sock, const void* pBuffer, uint32_t numBytes) {
-  return Finish(send(sock, pBuffer, Clip(numBytes), PLATFORM_SEND_FLAGS), &ERROR_ROW::Send);
+  return Finish(send(sock, pBuffer, ClipLength(numBytes), PLATFORM_SEND_FLAGS), &ERROR_ROW::Send);
 }
 
 namespace {
@@ -93,7 +88,7 @@ int32_t SendTo(int32_t sock, const void* pBuffer, uint32_t numBytes, ADDRESS add
   if (!peer.Set(addr, port)) {
     return -1;
   }
-  return static_cast<int32_t>(sendto(sock, pBuffer, Clip(numBytes), PLATFORM_SEND_FLAGS, &peer.Any, peer.Length));
+  return static_cast<int32_t>(sendto(sock, pBuffer, ClipLength(numBytes), PLATFORM_SEND_FLAGS, &peer.Any, peer.Length));
 }
 
 }  // namespace
@@ -111,7 +106,7 @@ namespace {
 template <typename ADDRESS>
 int32_t ReceiveFrom(int32_t sock, void* pBuffer, uint32_t numBytes, ADDRESS* pAddr, uint32_t* pPort) {
   SOCKET_ADDRESS peer;
-  const ssize_t result = recvfrom(sock, pBuffer, Clip(numBytes), 0, &peer.Any, &peer.Length);
+  const ssize_t result = recvfrom(sock, pBuffer, ClipLength(numBytes), 0, &peer.Any, &peer.Length);
   peer.Get(pAddr, pPort);
   return Finish(result, &ERROR_ROW::ReceiveFrom);
 }

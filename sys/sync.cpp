@@ -1,6 +1,6 @@
 // Mutexes and events in tables, and the way to the platform's semaphores.
 //
-// A slot's in-use word alone says what may be done with it. Who changes it from free to CHANGING owns the slot, makes
+// A slot's state alone says what may be done with it. Who changes it from free to CHANGING owns the slot, makes
 // the object and then declares it READY; who changes it from READY to CHANGING unmakes it and then frees the slot.
 // Operations touch objects in READY slots only, so that none is ever seen half made, and two deletions of one object do
 // not meet.
@@ -22,14 +22,14 @@
 
 // Slots do not share cache lines, so that threads with different locks do not slow each other down.
 struct alignas(64) SYS_MUTEX {
-  std::atomic<uint32_t> InUse;
+  std::atomic<uint32_t> State;
   char acName[32];
   pthread_mutex_t Mutex;
   pthread_mutexattr_t Attributes;
 };
 
 struct alignas(64) SYS_EVENT {
-  std::atomic<uint32_t> InUse;
+  std::atomic<uint32_t> State;
   uint32_t Signalled;  // 0 or 1, under Mutex.
   pthread_mutex_t Mutex;
   pthread_cond_t Condition;
@@ -53,14 +53,14 @@ constexpr timespec POLL_PAUSE = {0, 1000000};
 
 template <typename OBJECT>
 bool ChangeState(OBJECT* pObject, uint32_t from, uint32_t to) {
-  return pObject->InUse.compare_exchange_strong(from, to);
+  return pObject->State.compare_exchange_strong(from, to);
 }
 
 // Returns the first free slot, with the caller as its owner, or null.
 template <typename OBJECT>
 OBJECT* ClaimSlot(OBJECT (&aSlot)[NUM_SLOTS]) {
   for (OBJECT& slot : aSlot) {
-    if (slot.InUse.load(std::memory_order_relaxed) == FREE && ChangeState(&slot, FREE, CHANGING)) {
+    if (slot.State.load(std::memory_order_relaxed) == FREE && ChangeState(&slot, FREE, CHANGING)) {
       return &slot;
     }
   }
@@ -75,11 +75,11 @@ bool IsSlot(const OBJECT* pObject, const OBJECT (&aSlot)[NUM_SLOTS]) {
 }
 
 bool IsReady(const SYS_MUTEX* pMutex) {
-  return IsSlot(pMutex, aMutex) && pMutex->InUse.load(std::memory_order_acquire) == READY;
+  return IsSlot(pMutex, aMutex) && pMutex->State.load(std::memory_order_acquire) == READY;
 }
 
 bool IsReady(const SYS_EVENT* pEvent) {
-  return IsSlot(pEvent, aEvent) && pEvent->InUse.load(std::memory_order_acquire) == READY;
+  return IsSlot(pEvent, aEvent) && pEvent->State.load(std::memory_order_acquire) == READY;
 }
 
 // Returns the time since 1970, or -1 when the clock cannot be read.
@@ -118,10 +118,10 @@ SYS_MUTEX* SYS_MUTEX_Create(const char* name) {
   }
   UTIL_CopyString(pMutex->acName, name != nullptr ? name : "", sizeof(pMutex->acName));
   if (!MakeMutex(pMutex)) {
-    pMutex->InUse.store(FREE);
+    pMutex->State.store(FREE);
     return nullptr;
   }
-  pMutex->InUse.store(READY);
+  pMutex->State.store(READY);
   return pMutex;
 }
 
@@ -133,7 +133,7 @@ bool DeleteMutex(SYS_MUTEX* pMutex) {
   }
   pthread_mutex_destroy(&pMutex->Mutex);
   pthread_mutexattr_destroy(&pMutex->Attributes);
-  pMutex->InUse.store(FREE);
+  pMutex->State.store(FREE);
   return true;
 }
 
@@ -235,11 +235,11 @@ SYS_EVENT* SYS_EVENT_Create(int32_t mode, int32_t initialState) {
     return SYS_EVENT_INVALID;
   }
   if (!MakeEvent(pEvent)) {
-    pEvent->InUse.store(FREE);
+    pEvent->State.store(FREE);
     return SYS_EVENT_INVALID;
   }
   pEvent->Signalled = initialState != 0;
-  pEvent->InUse.store(READY);
+  pEvent->State.store(READY);
   return pEvent;
 }
 
@@ -254,7 +254,7 @@ void SYS_EVENT_Delete(SYS_EVENT* pEvent) {
   pthread_cond_destroy(&pEvent->Condition);
   pthread_mutex_destroy(&pEvent->Mutex);
   pEvent->Signalled = 0;
-  pEvent->InUse.store(FREE);
+  pEvent->State.store(FREE);
 }
 
 void SYS_EVENT_Set(SYS_EVENT* pEvent) {
@@ -264,7 +264,7 @@ void SYS_EVENT_Set(SYS_EVENT* pEvent) {
   // Counted before the slot is looked at, as SYS_EVENT_Delete changes the slot before it looks at the count: one of the
   // two sees the other.
   pEvent->NumSetters.fetch_add(1);
-  if (pEvent->InUse.load() == READY && pthread_mutex_lock(&pEvent->Mutex) == 0) {
+  if (pEvent->State.load() == READY && pthread_mutex_lock(&pEvent->Mutex) == 0) {
     pEvent->Signalled = 1;
     if (pthread_mutex_unlock(&pEvent->Mutex) == 0) {
       pthread_cond_signal(&pEvent->Condition);

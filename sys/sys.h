@@ -13,8 +13,6 @@
 // - Interrupted system calls are repeated where an operation does not say otherwise.
 // - Any thread may call any operation where its topic does not say otherwise.
 
-#include <stdint.h>
-
 #include "sys/sys_dir.h"
 #include "sys/sys_file.h"
 #include "sys/sys_memory.h"

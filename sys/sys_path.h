@@ -14,9 +14,8 @@ extern "C" {
 // Splits a path: /x/y.z/file.tar.gz gives the directory "/x/y.z/", the name "file.tar" and the extension ".gz". The
 // directory is everything up to the last '/'. The extension begins at the last '.' behind it, unless that is the first
 // character of the name. The drive is always empty. Each output may be null; the others are cut to their sizes, the
-// extension to nameSize, or, with nameSize 0, not
-// at all: its buffer must hold it then. A null path, or exhausted memory with a
-// path of more than 1,023 characters, leaves all outputs as they were. Outputs may overlap the path.
+// extension to nameSize, or, with nameSize 0, not at all: its buffer must hold it then. A null path, or exhausted
+// memory with a path of more than 1,023 characters, leaves all outputs as they were. Outputs may overlap the path.
 void SYS_SplitPath(const char* path, char* pDrive, uint32_t driveSize, char* pDir, uint32_t dirSize, char* pName,
                    uint32_t nameSize, char* pExtension);
 
@@ -68,7 +67,7 @@ int32_t SYS_GetAppDataDir(char* pDest, uint32_t size);
 // Gives a directory that files can be created in: that of SYS_GetExeDir if a trial shows it to be one, else ".NORDAX"
 // below HOME, without a '/' at its end, which is created (0775, less the file-creation mask) where it is missing. Gives
 // the first when HOME is unset or empty, and the second even when it cannot be created. The trial leaves nothing
-// behind.
+// behind. The last of the size bytes is 0 in any case.
 void SYS_GetWritableDir(char* pDest, uint32_t size);
 
 #ifdef __cplusplus

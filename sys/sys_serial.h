@@ -32,9 +32,9 @@ typedef struct SYS_COM_PORT_NAME {
 // or written and not yet sent, is dropped.
 //
 // Any rate that the port's driver accepts is possible. When it refuses one, "ERROR while writing port settings." goes
-// to standard output as a line, the only text that the layer ever prints. Returns null in that case, when the device
-// cannot be opened (missing, busy, not permitted), when its path with "/dev/" has more than 127 characters, and when
-// memory is exhausted.
+// to standard output as a line, the only text that the layer prints by itself. Returns null in that case, when the
+// device cannot be opened (missing, busy, not permitted), when its path with "/dev/" has more than 127 characters, and
+// when memory is exhausted.
 SYS_COM_HANDLE* SYS_COM_Open(const char* deviceName, uint32_t baudrate);
 
 // Sets the rate of an open port, given by the descriptor in its handle; what is being sent at that time may be garbled.

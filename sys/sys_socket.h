@@ -179,8 +179,7 @@ int32_t SYS_SOCKET_ResolveHost(const char* host, const char* service, uint32_t* 
 int32_t SYS_SOCKET_ResolveHostV6(const char* host, const char* service, uint8_t* pAddr, int32_t allowMapped);
 
 // Give the name of an address, or its numeric text where it has none, and the service text of port 0, "0". Either
-// buffer may be null if its size is 0. A text that does not fit whole is a failure; both texts are empty
-// after one.
+// buffer may be null if its size is 0. A text that does not fit whole is a failure; both texts are empty after one.
 int32_t SYS_SOCKET_GetNameInfo(uint32_t addr, char* pHost, uint32_t hostSize, char* pService, uint32_t serviceSize);
 int32_t SYS_SOCKET_GetNameInfoV6(const uint8_t* pAddr, char* pHost, uint32_t hostSize, char* pService,
                                  uint32_t serviceSize);

@@ -17,7 +17,7 @@
 extern "C" {
 #endif
 
-// What the exit-code queries report in place of the code of something that still runs.
+// What SYS_THREAD_GetExitCode reports, whether the thread runs or not.
 #define SYS_STILL_ACTIVE 259
 
 // What a thread runs. The result is the thread's exit value.

@@ -17,7 +17,7 @@
 namespace {
 
 struct START_RECORD {
-  char acName[128];
+  char acName[PLATFORM_MAX_THREAD_NAME + 1];
   SYS_THREAD_FUNC* pfStart;
   void* pArg;
 };

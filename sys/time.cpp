@@ -29,8 +29,6 @@ constexpr int YEAR_BASE = 1900;
 
 constexpr uint32_t DATE_TIME_CHARS = 20;
 
-constexpr char MONTHS[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
 uint64_t ReadClockNs() {
   return PLATFORM_ClockToNs(PLATFORM_ReadClock());
 }
@@ -60,8 +58,8 @@ void FillTime(const struct tm* pParts, SYS_TIME* pTime) {
 
 // Returns 1 to 12, or 0.
 uint32_t FindMonth(const char* text) {
-  for (uint32_t month = 1; month <= std::size(MONTHS); month++) {
-    if (memcmp(text, MONTHS[month - 1], 3) == 0) {
+  for (uint32_t month = 1; month <= std::size(TIME_MONTHS); month++) {
+    if (memcmp(text, TIME_MONTHS[month - 1], 3) == 0) {
       return month;
     }
   }

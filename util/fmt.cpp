@@ -14,34 +14,34 @@ namespace {
 
 constexpr uint32_t ADDRESS_WIDTH = 8;
 
-struct CONVERSION_SPEC {
+struct DIRECTIVE {
   uint32_t Width;
   uint32_t Precision;
   bool Is64Bit;
 };
 
-CONVERSION_SPEC ReadSpec(const char** ppFormat) {
+DIRECTIVE ReadDirective(const char** ppFormat) {
   const char* s = *ppFormat;
-  CONVERSION_SPEC spec = {};
-  spec.Width = static_cast<uint32_t>(UTIL_ReadFormatNumber(&s));
+  DIRECTIVE directive = {};
+  directive.Width = static_cast<uint32_t>(UTIL_ReadFormatNumber(&s));
   if (*s == '.') {
     s++;
-    spec.Precision = static_cast<uint32_t>(UTIL_ReadFormatNumber(&s));
+    directive.Precision = static_cast<uint32_t>(UTIL_ReadFormatNumber(&s));
   }
   const char* pLength = s;
   while (*s == 'l') {
     s++;
   }
-  spec.Is64Bit = s - pLength >= 2;
+  directive.Is64Bit = s - pLength >= 2;
   *ppFormat = s;
-  return spec;
+  return directive;
 }
 
 template <typename T>
-void PutDigits(UTIL_SINK& sink, T value, uint32_t base, const char* digits, const CONVERSION_SPEC& spec) {
+void PutDigits(UTIL_SINK& sink, T value, uint32_t base, const char* digits, const DIRECTIVE& directive) {
   const uint32_t numDigits = UTIL_CountDigits(value, base);
-  const uint32_t numZeros = spec.Precision > numDigits ? spec.Precision - numDigits : 0;
-  const uint32_t numSpaces = spec.Width > numDigits + numZeros ? spec.Width - numDigits - numZeros : 0;
+  const uint32_t numZeros = directive.Precision > numDigits ? directive.Precision - numDigits : 0;
+  const uint32_t numSpaces = directive.Width > numDigits + numZeros ? directive.Width - numDigits - numZeros : 0;
   if (char* pDest = sink.Claim(uint64_t{numSpaces} + numZeros + numDigits); pDest != nullptr) {
     if (numSpaces != 0) {
       memset(pDest, ' ', numSpaces);
@@ -57,28 +57,28 @@ void PutDigits(UTIL_SINK& sink, T value, uint32_t base, const char* digits, cons
   UTIL_EmitDigits(value, base, digits, [&sink](char digit) { sink.PutChar(digit); });
 }
 
-void PutNumber(UTIL_SINK& sink, uint64_t value, uint32_t base, const char* digits, const CONVERSION_SPEC& spec) {
+void PutNumber(UTIL_SINK& sink, uint64_t value, uint32_t base, const char* digits, const DIRECTIVE& directive) {
   if (value <= UINT32_MAX) {  // Most are, and narrow divisions are cheaper.
-    PutDigits(sink, static_cast<uint32_t>(value), base, digits, spec);
+    PutDigits(sink, static_cast<uint32_t>(value), base, digits, directive);
   } else {
-    PutDigits(sink, value, base, digits, spec);
+    PutDigits(sink, value, base, digits, directive);
   }
 }
 
-void PutSigned(UTIL_SINK& sink, int64_t value, const CONVERSION_SPEC& spec) {
+void PutSigned(UTIL_SINK& sink, int64_t value, const DIRECTIVE& directive) {
   uint64_t magnitude = static_cast<uint64_t>(value);
   if (value < 0) {
     sink.PutChar('-');
     magnitude = 0 - magnitude;
   }
-  PutNumber(sink, magnitude, 10, UTIL_DIGITS_UPPER, spec);
+  PutNumber(sink, magnitude, 10, UTIL_DIGITS_UPPER, directive);
 }
 
-void PutAddress(UTIL_SINK& sink, uint64_t value, CONVERSION_SPEC spec) {
+void PutAddress(UTIL_SINK& sink, uint64_t value, DIRECTIVE directive) {
   if (value <= UINT32_MAX) {
-    spec.Width = ADDRESS_WIDTH;
+    directive.Width = ADDRESS_WIDTH;
   }
-  PutNumber(sink, value, 16, UTIL_DIGITS_LOWER, spec);
+  PutNumber(sink, value, 16, UTIL_DIGITS_LOWER, directive);
 }
 
 uint64_t NextUnsigned(va_list* pArgs, bool is64Bit) {
@@ -95,25 +95,25 @@ const char* PutConversion(UTIL_SINK& sink, const char* s, va_list* pArgs) {
     sink.PutChar('%');
     return s + 1;
   }
-  const CONVERSION_SPEC spec = ReadSpec(&s);
+  const DIRECTIVE directive = ReadDirective(&s);
   switch (*s) {
     case '\0':
       return s;
     case 'd':
     case 'i':
-      PutSigned(sink, NextSigned(pArgs, spec.Is64Bit), spec);
+      PutSigned(sink, NextSigned(pArgs, directive.Is64Bit), directive);
       break;
     case 'u':
-      PutNumber(sink, NextUnsigned(pArgs, spec.Is64Bit), 10, UTIL_DIGITS_UPPER, spec);
+      PutNumber(sink, NextUnsigned(pArgs, directive.Is64Bit), 10, UTIL_DIGITS_UPPER, directive);
       break;
     case 'x':
-      PutNumber(sink, NextUnsigned(pArgs, spec.Is64Bit), 16, UTIL_DIGITS_LOWER, spec);
+      PutNumber(sink, NextUnsigned(pArgs, directive.Is64Bit), 16, UTIL_DIGITS_LOWER, directive);
       break;
     case 'X':
-      PutNumber(sink, NextUnsigned(pArgs, spec.Is64Bit), 16, UTIL_DIGITS_UPPER, spec);
+      PutNumber(sink, NextUnsigned(pArgs, directive.Is64Bit), 16, UTIL_DIGITS_UPPER, directive);
       break;
     case 'p':
-      PutAddress(sink, NextUnsigned(pArgs, true), spec);
+      PutAddress(sink, NextUnsigned(pArgs, true), directive);
       break;
     case 'c':
       sink.PutChar(static_cast<char>(va_arg(*pArgs, int)));

@@ -29,7 +29,7 @@ struct HASHTREE {
   uint32_t IsLeaf;                   // 1 when the node holds an item, 0 for an inner node.
   void* pItem;                       // The user's item; leaves only.
   uint32_t Hash;                     // Hash of the item; leaves only.
-  HASHTREE_HASH_FUNC* pfHash;        // The user's callbacks.
+  HASHTREE_HASH_FUNC* pfHash;        // The user's callbacks; root and leaves.
   HASHTREE_COMPARE_FUNC* pfCompare;  //
   OTALLOC* pArena;                   // Arena of all nodes; root only.
   HASHTREE* apChild[2];  // Inner node: subtrees for hash bit 0 and 1. Leaf at the lowest level: next in its chain.
@@ -38,8 +38,7 @@ struct HASHTREE {
 // Creates an empty tree. Returns null when memory is exhausted.
 HASHTREE* HASHTREE_Create(HASHTREE_HASH_FUNC* pfHash, HASHTREE_COMPARE_FUNC* pfCompare);
 
-// Adds an item, also when one with an equal key is there: HASHTREE_Find says which one
-// is found then. When memory is
+// Adds an item, also when one with an equal key is there: HASHTREE_Find says which one is found then. When memory is
 // exhausted the item is not added, and everything else stays as it was.
 void HASHTREE_Add(HASHTREE* pTree, void* pItem);
 

@@ -23,7 +23,33 @@ constexpr uint32_t ZERO_STEP_BYTES = 4096;
 // Sizes below EXACT_LIMIT_BYTES have a class each; above, every power of two is divided into eight.
 constexpr uint32_t EXACT_LIMIT_BYTES = 1024;
 constexpr uint32_t NUM_EXACT_CLASSES = EXACT_LIMIT_BYTES / ALIGNMENT_BYTES;
-constexpr uint32_t NUM_CLASSES = NUM_EXACT_CLASSES + 13 * 8;
+
+constexpr uint32_t AlignUp(uint32_t size) {
+  return (size + ALIGNMENT_BYTES - 1) & ~(ALIGNMENT_BYTES - 1);
+}
+
+constexpr uint32_t ExponentOf(uint32_t size) {
+  return static_cast<uint32_t>(std::bit_width(size)) - 1;
+}
+
+constexpr uint32_t ClassOf(uint32_t rounded) {
+  if (rounded < EXACT_LIMIT_BYTES) {
+    return rounded / ALIGNMENT_BYTES;
+  }
+  const uint32_t exponent = ExponentOf(rounded);
+  return NUM_EXACT_CLASSES + (exponent - ExponentOf(EXACT_LIMIT_BYTES)) * 8 + (rounded >> (exponent - 3) & 7);
+}
+
+// Smallest size of the class that the size belongs to.
+constexpr uint32_t ClassFloor(uint32_t rounded) {
+  if (rounded < EXACT_LIMIT_BYTES) {
+    return rounded;
+  }
+  const uint32_t shift = ExponentOf(rounded) - 3;
+  return rounded >> shift << shift;
+}
+
+constexpr uint32_t NUM_CLASSES = ClassOf(OTALLOC_BLOCK_SIZE) + 1;
 
 struct BLOCK : OTALLOC {
   uint32_t Zeroed;  // Payload bytes that are zero or handed out.
@@ -46,29 +72,6 @@ struct ARENA {
   BLOCK* pLast;
   START aStart[NUM_CLASSES];
 };
-
-constexpr uint32_t AlignUp(uint32_t size) {
-  return (size + ALIGNMENT_BYTES - 1) & ~(ALIGNMENT_BYTES - 1);
-}
-
-constexpr uint32_t ClassOf(uint32_t rounded) {
-  if (rounded < EXACT_LIMIT_BYTES) {
-    return rounded / ALIGNMENT_BYTES;
-  }
-  const uint32_t exponent = static_cast<uint32_t>(std::bit_width(rounded)) - 1;
-  return NUM_EXACT_CLASSES + (exponent - 10) * 8 + (rounded >> (exponent - 3) & 7);
-}
-
-// Smallest size of the class that the size belongs to.
-constexpr uint32_t ClassFloor(uint32_t rounded) {
-  if (rounded < EXACT_LIMIT_BYTES) {
-    return rounded;
-  }
-  const uint32_t exponent = static_cast<uint32_t>(std::bit_width(rounded)) - 1;
-  return rounded >> (exponent - 3) << (exponent - 3);
-}
-
-static_assert(ClassOf(OTALLOC_BLOCK_SIZE) < NUM_CLASSES);
 
 ARENA* ArenaOf(OTALLOC* pInstance) {
   return reinterpret_cast<ARENA*>(pInstance);

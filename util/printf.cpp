@@ -20,7 +20,7 @@ constexpr UTIL_PRINTF_API PRINTF_API = {UTIL_PrintfStoreChar, UTIL_PrintfUnsigne
 
 constexpr int32_t ABSENT = -1;
 
-struct CONVERSION_SPEC {
+struct DIRECTIVE {
   int32_t Flags;
   int32_t Width;
   int32_t Precision;
@@ -38,9 +38,10 @@ class BUFFER_OUTPUT : public UTIL_SINK {
   explicit BUFFER_OUTPUT(UTIL_PRINTF_BUFFER* pRecord, UTIL_PRINTF_DEVICE* pUnflushed = nullptr)
       : UTIL_SINK(Load(pRecord)), pBufferRecord(pRecord), pDevice(pUnflushed) {}
 
-  void CallHandler(const UTIL_PRINTF_CONVERSION* pConversion, va_list* pArgs, const CONVERSION_SPEC& spec) {
+  void CallHandler(const UTIL_PRINTF_CONVERSION* pConversion, va_list* pArgs, const DIRECTIVE& directive) {
     Store();
-    pConversion->pfHandler(pBufferRecord, pDevice, &PRINTF_API, pArgs, spec.Flags, spec.Width, spec.Precision);
+    pConversion->pfHandler(pBufferRecord, pDevice, &PRINTF_API, pArgs, directive.Flags, directive.Width,
+                           directive.Precision);
     *static_cast<UTIL_SINK*>(this) = Load(pBufferRecord);  // The record is the handler's to change as a whole.
   }
 
@@ -84,8 +85,8 @@ class DEVICE_OUTPUT {
     }
   }
 
-  void CallHandler(const UTIL_PRINTF_CONVERSION* pConversion, va_list* pArgs, const CONVERSION_SPEC& spec) {
-    pConversion->pfHandler(pBuffer, pDevice, &PRINTF_API, pArgs, spec.Flags, spec.Width, spec.Precision);
+  void CallHandler(const UTIL_PRINTF_CONVERSION* pConversion, va_list* pArgs, const DIRECTIVE& directive) {
+    pConversion->pfHandler(pBuffer, pDevice, &PRINTF_API, pArgs, directive.Flags, directive.Width, directive.Precision);
   }
 
   void Store() {}
@@ -128,27 +129,27 @@ constexpr int32_t FlagOf(char c) {
 }
 
 // Reads what stands between '%' and the letter.
-CONVERSION_SPEC ReadSpec(const char** ppFormat) {
+DIRECTIVE ReadDirective(const char** ppFormat) {
   const char* s = *ppFormat;
-  CONVERSION_SPEC spec = {0, ABSENT, ABSENT};
+  DIRECTIVE directive = {0, ABSENT, ABSENT};
   if (*s > '9' && *s != 'h' && *s != 'l') {  // Nothing, as in most.
-    return spec;
+    return directive;
   }
   for (int32_t flag; (flag = FlagOf(*s)) != 0; s++) {
-    spec.Flags |= flag;
+    directive.Flags |= flag;
   }
   if (IsDigit(*s)) {
-    spec.Width = UTIL_ReadFormatNumber(&s);
+    directive.Width = UTIL_ReadFormatNumber(&s);
   }
   if (*s == '.') {
     s++;
-    spec.Precision = UTIL_ReadFormatNumber(&s);
+    directive.Precision = UTIL_ReadFormatNumber(&s);
   }
   while (*s == 'h' || *s == 'l') {
     s++;
   }
   *ppFormat = s;
-  return spec;
+  return directive;
 }
 
 constexpr char SignOf(int32_t flags) {
@@ -163,23 +164,23 @@ constexpr char SignOf(int32_t flags) {
 
 // Appends a number and returns how many characters that made, also beyond 32 bits.
 template <typename OUTPUT>
-int64_t PutNumber(OUTPUT& output, uint32_t value, uint32_t base, const CONVERSION_SPEC& spec) {
+int64_t PutNumber(OUTPUT& output, uint32_t value, uint32_t base, const DIRECTIVE& directive) {
   const uint32_t numDigits = UTIL_CountDigits(value, base);
-  if (spec.Flags == 0 && spec.Width == ABSENT && spec.Precision == ABSENT) {
+  if (directive.Flags == 0 && directive.Width == ABSENT && directive.Precision == ABSENT) {
     if (char* pDest = output.Claim(numDigits); pDest != nullptr) {
       UTIL_WriteDigits(pDest + numDigits, value, base, UTIL_DIGITS_UPPER);
       return numDigits;
     }
   }
-  const char sign = SignOf(spec.Flags);
-  const int64_t open = int64_t{spec.Width} - (sign != '\0') - numDigits;
-  int64_t numZeros = int64_t{spec.Precision} - numDigits;
-  if (spec.Precision == ABSENT && (spec.Flags & PRINTF_FLAG_ZERO) != 0) {
+  const char sign = SignOf(directive.Flags);
+  const int64_t open = int64_t{directive.Width} - (sign != '\0') - numDigits;
+  int64_t numZeros = int64_t{directive.Precision} - numDigits;
+  if (directive.Precision == ABSENT && (directive.Flags & PRINTF_FLAG_ZERO) != 0) {
     numZeros = open;
   }
   numZeros = std::max<int64_t>(numZeros, 0);
   const int64_t numSpaces = std::max<int64_t>(open - numZeros, 0);
-  const bool isLeft = (spec.Flags & PRINTF_FLAG_LEFT) != 0;
+  const bool isLeft = (directive.Flags & PRINTF_FLAG_LEFT) != 0;
   const int64_t total = numSpaces + (sign != '\0') + numZeros + numDigits;
 
   if (char* pDest = output.Claim(static_cast<uint64_t>(total)); pDest != nullptr) {
@@ -214,10 +215,10 @@ uint32_t TakeSign(int32_t value, int32_t* pFlags) {
 }
 
 template <typename OUTPUT>
-void PutAddedConversion(OUTPUT& output, char letter, va_list* pArgs, const CONVERSION_SPEC& spec) {
+void PutAddedConversion(OUTPUT& output, char letter, va_list* pArgs, const DIRECTIVE& directive) {
   for (const UTIL_PRINTF_CONVERSION* p = pFirstConversion; p != nullptr; p = p->pNext) {
     if (p->Char == letter) {
-      output.CallHandler(p, pArgs, spec);
+      output.CallHandler(p, pArgs, directive);
       return;
     }
   }
@@ -229,7 +230,7 @@ void PutAddedConversion(OUTPUT& output, char letter, va_list* pArgs, const CONVE
 // that this is built for, and the low half of a slot is what counts.
 template <typename OUTPUT>
 const char* PutConversion(OUTPUT& output, const char* s, va_list* pArgs) {
-  CONVERSION_SPEC spec = ReadSpec(&s);
+  DIRECTIVE directive = ReadDirective(&s);
   uint32_t value;
   switch (*s) {
     case '\0':
@@ -238,19 +239,19 @@ const char* PutConversion(OUTPUT& output, const char* s, va_list* pArgs) {
       output.PutChar('%');
       break;
     case 'd':
-      value = TakeSign(va_arg(*pArgs, int), &spec.Flags);
-      PutNumber(output, value, 10, spec);
+      value = TakeSign(va_arg(*pArgs, int), &directive.Flags);
+      PutNumber(output, value, 10, directive);
       break;
     case 'u':
-      PutNumber(output, va_arg(*pArgs, unsigned), 10, spec);
+      PutNumber(output, va_arg(*pArgs, unsigned), 10, directive);
       break;
     case 'x':
     case 'X':
-      PutNumber(output, va_arg(*pArgs, unsigned), 16, spec);
+      PutNumber(output, va_arg(*pArgs, unsigned), 16, directive);
       break;
     case 'p':
       PutNumber(output, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(va_arg(*pArgs, void*))), 16,
-                {spec.Flags, ABSENT, 8});
+                {directive.Flags, ABSENT, 8});
       break;
     case 'c':
       output.PutChar(static_cast<char>(va_arg(*pArgs, int)));
@@ -264,10 +265,10 @@ const char* PutConversion(OUTPUT& output, const char* s, va_list* pArgs) {
       if (*++s == '\0') {
         return s;
       }
-      PutAddedConversion(output, *s, pArgs, spec);
+      PutAddedConversion(output, *s, pArgs, directive);
       break;
     default:
-      PutAddedConversion(output, *s, pArgs, spec);
+      PutAddedConversion(output, *s, pArgs, directive);
       break;
   }
   return s + 1;
@@ -361,14 +362,14 @@ void UTIL_PrintfStoreChar(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevi
 
 int32_t UTIL_PrintfUnsigned(UTIL_PRINTF_BUFFER* pBuffer, UTIL_PRINTF_DEVICE* pDevice, uint32_t value, uint32_t base,
                             int32_t flags, int32_t width, int32_t precision) {
-  const CONVERSION_SPEC spec = {flags, width, precision};
+  const DIRECTIVE directive = {flags, width, precision};
   int64_t total;
   if (IsFlushed(pDevice)) {
     DEVICE_OUTPUT output(pBuffer, pDevice);
-    total = PutNumber(output, value, base, spec);
+    total = PutNumber(output, value, base, directive);
   } else {
     BUFFER_OUTPUT output(pBuffer);
-    total = PutNumber(output, value, base, spec);
+    total = PutNumber(output, value, base, directive);
     output.Store();
   }
   return static_cast<int32_t>(std::min<int64_t>(total, INT32_MAX));

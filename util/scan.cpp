@@ -5,6 +5,8 @@
 
 #include <string.h>
 
+#include "util/digits.h"
+
 namespace {
 
 constexpr bool IsSpace(int32_t c) {
@@ -21,8 +23,8 @@ struct DIGIT_TABLE {
       aValue[c] = NOT_A_DIGIT;
     }
     for (uint8_t i = 0; i < 16; i++) {
-      aValue[static_cast<uint8_t>("0123456789abcdef"[i])] = i;
-      aValue[static_cast<uint8_t>("0123456789ABCDEF"[i])] = i;
+      aValue[static_cast<uint8_t>(UTIL_DIGITS_LOWER[i])] = i;
+      aValue[static_cast<uint8_t>(UTIL_DIGITS_UPPER[i])] = i;
     }
   }
 };

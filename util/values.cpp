@@ -1,6 +1,5 @@
 // Texts of values, all through the full engine. That one takes numbers as 32 bits: a number that may be wider is put
-// into digits by the compact engine first and goes in as a text. Nothing is kept between calls. There is no text for
-// the date of a firmware that could not be read: no value of that date stands for it.
+// into digits by the compact engine first and goes in as a text. Nothing is kept between calls.
 
 #include "util/values.h"
 
@@ -8,7 +7,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <iterator>
 
+#include "sys/local_time.h"
 #include "sys/sys_dir.h"
 #include "util/fmt.h"
 #include "util/printf.h"
@@ -29,10 +30,6 @@ constexpr uint64_t US_PER_MINUTE = 60 * US_PER_S;
 constexpr uint64_t US_PER_HOUR = 60 * US_PER_MINUTE;
 
 constexpr uint32_t MAX_SIZE_TEXT = 64;
-
-constexpr uint32_t NUM_MONTHS = 12;
-constexpr const char* MONTHS[NUM_MONTHS] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 constexpr char DENIED[] = "\nAccess is denied!";
 constexpr char NOT_A_NAME[] = "\nThe filename syntax is incorrect!";
@@ -97,8 +94,7 @@ int32_t UTIL_FormatDuration(uint64_t microseconds, char* pBuffer, uint32_t size)
 
 int32_t UTIL_FormatNetmask(uint32_t netmask, char* pBuffer, uint32_t size) {
   if (pBuffer != nullptr) {
-    UTIL_snprintf(pBuffer, size, "%u.%u.%u.%u", netmask >> 24, netmask >> 16 & 0xFF, netmask >> 8 & 0xFF,
-                  netmask & 0xFF);
+    UTIL_FormatIPv4(__builtin_bswap32(netmask), pBuffer, size);
   }
   const int numOnes = std::countl_one(netmask);
   const bool isPrefix = numOnes >= 1 && numOnes <= 31 && netmask << numOnes == 0;
@@ -195,7 +191,7 @@ int32_t UTIL_FormatHexPrefixed(char* pBuffer, uint32_t size, uint64_t value) {
 namespace {
 
 bool IsMonth(uint32_t month) {
-  return month >= 1 && month <= NUM_MONTHS;
+  return month >= 1 && month <= std::size(TIME_MONTHS);
 }
 
 bool IsDate(const UTIL_DATE& date) {
@@ -212,8 +208,8 @@ int32_t UTIL_FormatDate(char* pBuffer, uint32_t size, const UTIL_DATE* pDate) {
   if (!IsDate(*pDate)) {
     return -3;
   }
-  const int32_t length = UTIL_snprintf(pBuffer, size, "%02u. %s %4u %02u:%02u", pDate->Day, MONTHS[pDate->Month - 1],
-                                       pDate->Year, pDate->Hour, pDate->Minute);
+  const int32_t length = UTIL_snprintf(pBuffer, size, "%02u. %s %4u %02u:%02u", pDate->Day,
+                                       TIME_MONTHS[pDate->Month - 1], pDate->Year, pDate->Hour, pDate->Minute);
   return static_cast<uint32_t>(length) < size ? length : -2;
 }
 
@@ -224,7 +220,7 @@ int32_t UTIL_FormatFirmwareDate(uint32_t date, char* pBuffer, uint32_t size) {
     return -1;
   }
   if (pBuffer != nullptr) {
-    UTIL_snprintf(pBuffer, size, "%04u %s %02u", date / 10000, MONTHS[month - 1], date % 100);
+    UTIL_snprintf(pBuffer, size, "%04u %s %02u", date / 10000, TIME_MONTHS[month - 1], date % 100);
   }
   return 0;
 }

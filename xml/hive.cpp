@@ -44,7 +44,7 @@ int32_t SYS_REG_IsRoot(SYS_REG_HANDLE handle) {
 namespace {
 
 // Puts the path of a hive's file together. One that does not fit whole would name another file, perhaps one for two
-// hives.
+// hives. Two separators at its start name a network share, and stay as they are.
 bool FormPath(const char* dir, const char* fileName, char* pDest) {
   if (UTIL_snprintf(pDest, MAX_PATH_BYTES, "%s/%s", dir, fileName) >= static_cast<int32_t>(MAX_PATH_BYTES)) {
     return false;

@@ -28,6 +28,9 @@ extern "C" {
 // never written: the file keeps what it has.
 #define SYS_REG_MAX_HIVE_SIZE 0x100000u
 
+// Bytes that the name of a key or a value has room in, with its terminator.
+#define SYS_REG_MAX_NAME_BYTES 512u
+
 // One hive. All zero while it is not loaded; the records are this module's own, for others to read.
 typedef struct SYS_REG_HIVE {
   XML_DOC* pDoc;         // Null while the hive is not loaded.

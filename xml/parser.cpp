@@ -104,12 +104,13 @@ struct CURSOR {
     pPos = p;
   }
 
-  // Steps over a text, given with its length, in any case. Returns whether it was there.
-  bool Take(const char* text, size_t length) {
-    if (UTIL_CompareNoCaseN(pPos, text, length) != 0) {
+  // Steps over a text, in any case. Returns whether it was there.
+  template <size_t SIZE>
+  bool Take(const char (&text)[SIZE]) {
+    if (UTIL_CompareNoCaseN(pPos, text, SIZE - 1) != 0) {
       return false;
     }
-    pPos += length;
+    pPos += SIZE - 1;
     return true;
   }
 
@@ -144,7 +145,7 @@ struct READER : CURSOR {
 template <size_t SIZE>
 bool SkipAndTake(CURSOR& cursor, const char (&text)[SIZE]) {
   cursor.Skip();
-  return cursor.Take(text, SIZE - 1);
+  return cursor.Take(text);
 }
 
 // Steps over: = "value".
@@ -165,7 +166,7 @@ bool TakeVersion(CURSOR& cursor) {
 
 // Where the declaration breaks off, its rest is left to be refused as content.
 void SkipDeclaration(CURSOR& cursor) {
-  if (!cursor.Take("<?xml", 5) || !TakeVersion(cursor) ||
+  if (!cursor.Take("<?xml") || !TakeVersion(cursor) ||
       (SkipAndTake(cursor, "encoding") && !TakeQuoted(cursor, "UTF-8")) ||
       (SkipAndTake(cursor, "standalone") && !TakeQuoted(cursor, "yes"))) {
     return;
@@ -174,7 +175,7 @@ void SkipDeclaration(CURSOR& cursor) {
 }
 
 void SkipDocType(CURSOR& cursor) {
-  if (!cursor.Take("<!DOCTYPE", 9)) {
+  if (!cursor.Take("<!DOCTYPE")) {
     return;
   }
   const char* pEnd = strchr(cursor.pPos, '>');

@@ -11,16 +11,14 @@
 
 namespace {
 
-constexpr uint32_t MAX_NAME_BYTES = 512;
-
-// Reads one name of a path, and the separator behind it, into the MAX_NAME_BYTES bytes at pDest. Returns whether it
-// fits.
+// Reads one name of a path, and the separator behind it, into the SYS_REG_MAX_NAME_BYTES bytes at pDest. Returns
+// whether it fits.
 bool ReadKeyName(const char** ppPath, char* pDest) {
   uint32_t length = 0;
   pDest[0] = '\0';
   UTIL_SkipWhiteSpace(ppPath);
   while (**ppPath != '\0' && **ppPath != '\\') {
-    if (UTIL_ParseToken(ppPath, pDest + length, MAX_NAME_BYTES - length, '\\') != nullptr) {
+    if (UTIL_ParseToken(ppPath, pDest + length, SYS_REG_MAX_NAME_BYTES - length, '\\') != nullptr) {
       return false;
     }
     length += UTIL_StrLen(pDest + length);
@@ -48,7 +46,7 @@ XML_ELEMENT* FindOrCreateChild(XML_DOC* pDoc, XML_ELEMENT* pParent, const char* 
 }
 
 XML_ELEMENT* Walk(XML_DOC* pDoc, XML_ELEMENT* pElement, const char* path, bool isCreating) {
-  char acName[MAX_NAME_BYTES];
+  char acName[SYS_REG_MAX_NAME_BYTES];
   while (pElement != nullptr) {
     if (!ReadKeyName(&path, acName)) {
       return nullptr;

@@ -18,8 +18,7 @@
 
 namespace {
 
-constexpr uint32_t MAX_NAME_BYTES = 512;
-constexpr uint32_t MAX_ATTR_NAME_BYTES = MAX_NAME_BYTES + 32;
+constexpr uint32_t MAX_ATTR_NAME_BYTES = SYS_REG_MAX_NAME_BYTES + 32;
 constexpr uint32_t MAX_NUMBER_BYTES = 24;
 constexpr const char RESERVED[] = "_NORDAXReg";
 constexpr const char TYPE_FORMAT[] = "%s_NORDAXRegType";
@@ -43,7 +42,7 @@ constexpr const char* TYPE_NAMES[] = {
 struct VALUE {
   XML_DOC* pDoc;
   XML_ELEMENT* pElement;
-  char acName[MAX_NAME_BYTES];  // As read, empty when the text had no word in it.
+  char acName[SYS_REG_MAX_NAME_BYTES];  // As read, empty when the text had no word in it.
 };
 
 // A name that is made out of a value's name.
@@ -51,13 +50,13 @@ struct ATTR_NAME {
   char acText[MAX_ATTR_NAME_BYTES];
 };
 
-// Reads the words of a text into the MAX_NAME_BYTES bytes at pDest.
+// Reads the words of a text into the SYS_REG_MAX_NAME_BYTES bytes at pDest.
 void ReadValueName(const char* text, char* pDest) {
   uint32_t length = 0;
   pDest[0] = '\0';
   UTIL_SkipWhiteSpace(&text);
   while (*text != '\0') {
-    UTIL_ParseString(&text, pDest + length, MAX_NAME_BYTES - length);
+    UTIL_ParseString(&text, pDest + length, SYS_REG_MAX_NAME_BYTES - length);
     length += UTIL_StrLen(pDest + length);
     UTIL_SkipWhiteSpace(&text);
   }
@@ -124,7 +123,7 @@ bool SetType(const VALUE& value, uint32_t type) {
 }
 
 bool IsStorableName(const char* name) {
-  char acCopy[MAX_NAME_BYTES];
+  char acCopy[SYS_REG_MAX_NAME_BYTES];
   UTIL_CopyString(acCopy, name, sizeof(acCopy));
   XML_MakeName(acCopy);
   if (strcmp(acCopy, name) != 0) {

@@ -40,6 +40,12 @@ struct WRITER {
   }
 };
 
+template <size_t SIZE>
+bool Write(WRITER& writer, const char (&text)[SIZE]) {
+  char* p = writer.Claim(SIZE - 1);
+  return p != nullptr && Put(p, text, SIZE - 1) != nullptr;
+}
+
 bool WriteAttributes(WRITER& writer, const XML_ATTR* pAttr) {
   for (; pAttr != nullptr; pAttr = pAttr->pNext) {
     char* p = writer.Claim(uint64_t{pAttr->NameLen} + pAttr->ValueLen + 4);
@@ -86,8 +92,7 @@ bool WriteTagEnd(WRITER& writer, const XML_ELEMENT* pElement) {
   const bool hasText = pElement->pText != nullptr;
   const bool hasChildren = pElement->pFirstChild != nullptr;
   if (!hasText && !hasChildren) {
-    char* p = writer.Claim(4);
-    return p != nullptr && Put(p, "/>\r\n", 4) != nullptr;
+    return Write(writer, "/>\r\n");
   }
   const uint32_t textLength = hasText ? pElement->TextLen : 0;
   char* p = writer.Claim(uint64_t{textLength} + (hasChildren ? 3 : 1));
@@ -128,11 +133,6 @@ bool WriteTree(WRITER& writer, const XML_ELEMENT* pElement) {
   return true;
 }
 
-bool WriteDeclaration(WRITER& writer) {
-  char* p = writer.Claim(sizeof(DECLARATION) - 1);
-  return p != nullptr && Put(p, DECLARATION, sizeof(DECLARATION) - 1) != nullptr;
-}
-
 }  // namespace
 
 int32_t XML_Save(XML_DOC* pDoc, char* pBuffer, uint32_t size, uint32_t flags) {
@@ -146,7 +146,7 @@ int32_t XML_Save(XML_DOC* pDoc, char* pBuffer, uint32_t size, uint32_t flags) {
   }
   const bool withDeclaration = (flags & XML_SAVE_NO_DECL) == 0;
   int32_t result;
-  if ((!withDeclaration || WriteDeclaration(writer)) && WriteTree(writer, pDoc->pRoot)) {
+  if ((!withDeclaration || Write(writer, DECLARATION)) && WriteTree(writer, pDoc->pRoot)) {
     memcpy(pBuffer, writer.Buffer.pData, std::min(writer.Length, size));
     result = writer.Length <= size ? static_cast<int32_t>(writer.Length) : -2;
   } else {
