@@ -1,62 +1,37 @@
-// The program that the tests of the process operations start: tells what it was given, on descriptor 0, as a list of
-// texts with their terminators. Each kind comes as its count followed by that many texts.
+// The program that the tests of the process operations start. It tells what it was given, on descriptor 0, in texts
+// with their terminators, whose first character says of what kind they are.
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
-#include <stdlib.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 extern char** environ;
 
-namespace {
-
-void Tell(const std::vector<std::string>& texts) {
-  std::string report = std::to_string(texts.size()) + '\0';
-  for (const std::string& text : texts) {
-    report += text + '\0';
-  }
-  for (size_t pos = 0; pos < report.size();) {
-    const ssize_t count = write(STDIN_FILENO, report.data() + pos, report.size() - pos);
-    if (count < 0) {
-      _exit(1);
-    }
-    pos += static_cast<size_t>(count);
-  }
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  Tell({argv, argv + argc});
-
-  std::vector<std::string> environment;
-  for (char** ppEntry = environ; *ppEntry != nullptr; ppEntry++) {
-    environment.push_back(*ppEntry);
+  FILE* pOut = fdopen(STDIN_FILENO, "w");
+  const auto tell = [=](char kind, const std::string& text) { fprintf(pOut, "%c%s%c", kind, text.c_str(), 0); };
+  for (int i = 0; i < argc; i++) {
+    tell('A', argv[i]);
   }
-  Tell(environment);
-
-  std::vector<std::string> descriptors;
-  DIR* pList = opendir("/dev/fd");
-  while (const dirent* pEntry = readdir(pList)) {
-    if (pEntry->d_name[0] != '.' && atoi(pEntry->d_name) != dirfd(pList)) {
-      descriptors.push_back(pEntry->d_name);
+  for (char** ppEntry = environ; *ppEntry != nullptr; ppEntry++) {
+    tell('E', *ppEntry);
+  }
+  for (int fd = 0; fd < 12000; fd++) {
+    if (fcntl(fd, F_GETFD) >= 0) {
+      tell('D', std::to_string(fd));
     }
   }
-  closedir(pList);
-  Tell(descriptors);
-
-  std::vector<std::string> signals;
   sigset_t mask;
   sigprocmask(SIG_SETMASK, nullptr, &mask);
   for (int signal : {SIGHUP, SIGTERM, SIGUSR1, SIGUSR2}) {
     struct sigaction action;
     sigaction(signal, nullptr, &action);
-    signals.push_back(sigismember(&mask, signal) != 0 ? "blocked" : action.sa_handler == SIG_IGN ? "ignored" : "");
+    tell('S', sigismember(&mask, signal) != 0 ? "blocked" : action.sa_handler == SIG_IGN ? "ignored" : "");
   }
-  Tell(signals);
-
-  Tell({std::to_string(getpid()), std::to_string(getppid())});
+  tell('I', std::to_string(getpid()));
+  tell('I', std::to_string(getppid()));
+  return fclose(pOut);
 }

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <stdlib.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -16,34 +15,18 @@
 class PTY {
  public:
   PTY() : Master(posix_openpt(O_RDWR | O_NOCTTY)) {
-    EXPECT_EQ(grantpt(Master), 0);
-    EXPECT_EQ(unlockpt(Master), 0);
+    EXPECT_TRUE(grantpt(Master) == 0 && unlockpt(Master) == 0);
     Path = ptsname(Master);
     Slave = open(Path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_GE(Slave, 0);
     fcntl(Master, F_SETFD, FD_CLOEXEC);
   }
-
   ~PTY() {
     close(Slave);
-    HangUp();
+    close(Master);
   }
-
   PTY(const PTY&) = delete;
   PTY& operator=(const PTY&) = delete;
-
-  std::string Name() const { return Path.substr(sizeof("/dev/") - 1); }
-
-  // Ends the line: whoever has the slave side open sees its end.
-  void HangUp() {
-    if (Master >= 0) {
-      close(Master);
-      Master = -1;
-    }
-  }
-
-  // Ends an exclusive use, which otherwise lasts as long as the slave side is open here.
-  void Release() const { ioctl(Slave, TIOCNXCL); }
 
   void Send(const std::string& bytes) const {
     EXPECT_EQ(write(Master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
@@ -72,13 +55,11 @@ class PTY {
 
   // Waits until the slave side's terminal is no longer in canonical mode.
   bool WaitUntilNotCanonical() const {
-    for (int leftMs = PATIENCE_MS; (Settings().c_lflag & ICANON) != 0; leftMs--) {
-      if (leftMs == 0) {
-        return false;
-      }
+    int leftMs = PATIENCE_MS;
+    while ((Settings().c_lflag & ICANON) != 0 && --leftMs > 0) {
       usleep(1000);
     }
-    return true;
+    return leftMs > 0;
   }
 
   static constexpr int PATIENCE_MS = 20000;

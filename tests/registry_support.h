@@ -3,10 +3,9 @@
 
 // A home for the registry, and what its tests read from there.
 
-#include <stdint.h>
-#include <unistd.h>
-
 #include <filesystem>
+#include <numeric>
+#include <set>
 #include <string>
 
 #include "tests/sandbox.h"
@@ -35,12 +34,11 @@ class REGISTRY_HOME {
 
   // Names of the files in the hives' directory, in order, each followed by a blank.
   std::string Files() const {
-    std::string names;
-    for (std::string name : Dir.List()) {
-      name.erase(0, std::min(name.size(), HiveDir().size() - Dir.Path.size()));
-      names += name.empty() ? "" : name + ' ';
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(HiveDir())) {
+      names.insert(entry.path().filename().string() + ' ');
     }
-    return names;
+    return std::accumulate(names.begin(), names.end(), std::string());
   }
 
   const TEMP_DIR Dir;

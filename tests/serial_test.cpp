@@ -2,131 +2,70 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <gtest/gtest.h>
-#include <string.h>
 #include <sys/ioctl.h>
 
-#include <chrono>
-#include <string>
+#include <numeric>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include "tests/faults.h"
 #include "tests/pty.h"
 #include "tests/sandbox.h"
 #include "tests/support.h"
 
-// A case that opens a pseudo terminal as a port starts with this line.
-#ifdef __APPLE__
-#define PORT_REQUIRE() GTEST_SKIP() << "pseudo terminals do not take arbitrary rates"
-#else
-#define PORT_REQUIRE() static_cast<void>(0)
-#include <link.h>
+#ifndef __APPLE__  // Where pseudo terminals do not take arbitrary rates, and the list of ports cannot be replaced.
 
 // The kernel's own settings, whose header excludes <termios.h>.
 struct termios2 {
-  tcflag_t c_iflag;
-  tcflag_t c_oflag;
-  tcflag_t c_cflag;
-  tcflag_t c_lflag;
-  cc_t c_line;
-  cc_t c_cc[19];
+  tcflag_t aFlags[4];
+  cc_t acControl[20];
   speed_t c_ispeed;
   speed_t c_ospeed;
 };
-#endif
 
 namespace {
 
-constexpr char MESSAGE[] = "ERROR while writing port settings.\n";
-
-termios* pRecordedSettings;  // Stands for the settings of all terminals.
-const TEMP_DIR* pTerminals;  // Stands for the system's list of terminals.
-
-// A list of terminals, as long as the object lives.
-class TERMINAL_LIST : public TEMP_DIR {
- public:
-  TERMINAL_LIST() { pTerminals = this; }
-  ~TERMINAL_LIST() { pTerminals = nullptr; }
-};
+constexpr uint32_t RATE = 3000017;  // No standard rate.
+const char* pathOfTerminals;        // Stands for the system's list of terminals if not null.
+uint8_t oldSettings;                // Every byte of what any terminal's settings seem to be,
+termios newSettings;                // and what they were set to last.
 
 }  // namespace
 
-#ifndef __APPLE__
-
 FAULT_WRAP(DIR*, opendir, const char* path) {
-  const bool isList = strcmp(path, "/sys/class/tty") == 0 && pTerminals != nullptr;
-  return Real_opendir(isList ? pTerminals->Path.c_str() : path);
+  const bool isList = strcmp(path, "/sys/class/tty") == 0 && pathOfTerminals != nullptr;
+  return Real_opendir(isList ? pathOfTerminals : path);
 }
 
-FAULT_WRAP(int, tcgetattr, int fd, termios* pSettings) {
-  if (pRecordedSettings == nullptr) {
-    return Real_tcgetattr(fd, pSettings);
-  }
-  *pSettings = *pRecordedSettings;
+FAULT_WRAP(int, tcgetattr, int, termios* pSettings) {
+  memset(pSettings, oldSettings, sizeof(*pSettings));
   return 0;
 }
 
 FAULT_WRAP(int, tcsetattr, int fd, int when, const termios* pSettings) {
-  if (pRecordedSettings == nullptr) {
-    return Real_tcsetattr(fd, when, pSettings);
-  }
   EXPECT_EQ(when, TCSANOW);
-  *pRecordedSettings = *pSettings;
-  return 0;
+  newSettings = *pSettings;
+  return Real_tcsetattr(fd, when, pSettings);
 }
-
-#endif
 
 namespace {
 
-// The descriptor that the next open will get: the same before and after when nothing leaked.
-int NextDescriptor() {
-  const int fd = dup(STDIN_FILENO);
-  close(fd);
-  return fd;
+auto NumDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-struct OPENED {
-  SYS_COM_HANDLE* pHandle;
-  int Error;
-  std::string Output;
-};
-
-OPENED Open(const std::string& name, uint32_t baudrate = 115200) {
-  testing::internal::CaptureStdout();
-  errno = 0;
-  SYS_COM_HANDLE* pHandle = SYS_COM_Open(name.c_str(), baudrate);
-  const int error = errno;
-  return {pHandle, error, testing::internal::GetCapturedStdout()};
+const char* NameOf(const PTY& line) {
+  return line.Path.c_str() + strlen("/dev/");
 }
 
-std::string ReadAll(SYS_COM_HANDLE* pHandle, size_t numBytes) {
-  std::string bytes;
-  char acBytes[100];
-  int32_t count;
-  while (bytes.size() < numBytes && (count = SYS_COM_Read(pHandle, acBytes, sizeof(acBytes), PTY::PATIENCE_MS)) > 0) {
-    bytes.append(acBytes, static_cast<size_t>(count));
-  }
-  return bytes;
-}
-
-std::string AllBytes() {
-  std::string bytes(256, ' ');
-  for (size_t i = 0; i < bytes.size(); i++) {
-    bytes[i] = static_cast<char>(i);
-  }
-  return bytes;
+// Opens the line, also while its last exclusive use lasts.
+SYS_COM_HANDLE* Open(const PTY& line) {
+  ioctl(line.Slave, TIOCNXCL);
+  return SYS_COM_Open(NameOf(line), RATE);
 }
 
 TEST(SerialOpen, TurnsTheFlagsOfARawLineAndNoOthers) {
-  FAULTS_REQUIRE();
-  constexpr tcflag_t ALL = ~tcflag_t{0};
-  const struct {
-    tcflag_t termios::*pGroup;
-    tcflag_t Off;
-    tcflag_t On;
-  } aCase[] = {
+  static constexpr std::tuple<tcflag_t termios::*, tcflag_t, tcflag_t> aOffAndOn[] = {
       {&termios::c_iflag, IGNPAR | PARMRK | INPCK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF | IMAXBEL, IGNBRK},
       {&termios::c_oflag, ONLCR | OCRNL | ONOCR | ONLRET | OFILL, 0},
       {&termios::c_cflag, CSIZE | CSTOPB | PARENB | CRTSCTS, CS8 | CREAD | CLOCAL},
@@ -134,288 +73,139 @@ TEST(SerialOpen, TurnsTheFlagsOfARawLineAndNoOthers) {
        0},
   };
   PTY line;
-  for (bool isSet : {true, false}) {
-    termios settings;
-    memset(&settings, isSet ? 0xFF : 0, sizeof(settings));
-    const termios before = settings;
-    line.Release();
-    pRecordedSettings = &settings;
-    SYS_COM_Close(Open(line.Name()).pHandle);
-    pRecordedSettings = nullptr;
-    for (const auto& test : aCase) {
-      const tcflag_t expected = isSet ? (ALL & ~test.Off) | test.On : test.On;
-      EXPECT_EQ(settings.*test.pGroup, expected) << std::hex << (settings.*test.pGroup ^ expected);
+  for (uint8_t before : {0xFF, 0}) {
+    oldSettings = before;
+    SYS_COM_Close(Open(line));
+    for (const auto& [pGroup, off, on] : aOffAndOn) {
+      const tcflag_t expected = before != 0 ? ~off | on : on;
+      EXPECT_EQ(newSettings.*pGroup, expected) << std::hex << (newSettings.*pGroup ^ expected);
     }
     for (int i = 0; i < NCCS; i++) {
-      EXPECT_EQ(settings.c_cc[i], i == VMIN ? 0 : i == VTIME ? 1 : before.c_cc[i]) << i;
+      EXPECT_EQ(newSettings.c_cc[i], i == VMIN ? 0 : i == VTIME ? 1 : before) << i;
     }
-    EXPECT_EQ(cfgetospeed(&settings), cfgetospeed(&before));
   }
 }
 
-TEST(SerialOpen, PassesEveryByteBothWaysWhateverTheLineWasBefore) {
-  PORT_REQUIRE();
-  PTY line;
-  termios settings = line.Settings();
-  settings.c_iflag |= IGNPAR | PARMRK | INPCK | ISTRIP | INLCR | ICRNL | IXON | IXOFF | IMAXBEL;
-  settings.c_oflag |= OPOST | ONLCR | OCRNL | ONOCR | ONLRET;
-  settings.c_lflag |= ECHO | ECHOE | ECHOK | ECHOKE | ECHONL | ECHOPRT | ECHOCTL | ISIG | ICANON | IEXTEN;
-  ASSERT_EQ(tcsetattr(line.Slave, TCSANOW, &settings), 0);
-  line.Send("stale\n");
-  ASSERT_TRUE(line.ReceiveUntil([](const std::string& echo) { return echo.find("stale") != std::string::npos; }));
-  const OPENED port = Open(line.Name());
-  ASSERT_NE(port.pHandle, nullptr);
-  EXPECT_EQ(port.Output, "");
-
-  const std::string bytes = AllBytes();
-  line.Send(bytes);
-  EXPECT_EQ(ReadAll(port.pHandle, bytes.size()), bytes);
-  EXPECT_EQ(SYS_COM_Write(port.pHandle, bytes.data(), 256), 256);
-  EXPECT_TRUE(line.ReceiveUntil([&](const std::string& received) { return received.ends_with(bytes); }));
-  EXPECT_EQ(line.Received.find("\x11\x12\x13"), line.Received.rfind("\x11\x12\x13")) << "there was an echo";
-  SYS_COM_Close(port.pHandle);
-}
-
-TEST(SerialOpen, KeepsTheLineToItself) {
-  PORT_REQUIRE();
-  PTY line;
-  chmod(line.Path.c_str(), 0666);
-  const OPENED port = Open(line.Name());
-  ASSERT_NE(port.pHandle, nullptr);
-  EXPECT_EQ(fcntl(port.pHandle->Fd, F_GETFD), FD_CLOEXEC);
-#ifdef TIOCGEXCL
-  int isExclusive = 0;
-  EXPECT_EQ(ioctl(line.Slave, TIOCGEXCL, &isExclusive), 0);
-  EXPECT_EQ(isExclusive, 1);
-#endif
-  EXPECT_EQ(RunUnprivileged([&] { return SYS_COM_Open(line.Name().c_str(), 9600) == nullptr ? errno : 0; }), EBUSY);
-  SYS_COM_Close(port.pHandle);
-}
-
-TEST(SerialOpen, DoesNotTakeTheControllingTerminal) {
-  PORT_REQUIRE();
+TEST(SerialOpen, KeepsTheLineToItselfButIsNotControlledByIt) {
   PTY line;
   chmod(line.Path.c_str(), 0666);
   EXPECT_EQ(RunUnprivileged([&] {
               setsid();
-              SYS_COM_HANDLE* pHandle = SYS_COM_Open(line.Name().c_str(), 9600);
-              return pHandle != nullptr && tcgetsid(pHandle->Fd) < 0 ? 0 : 1;
+              SYS_COM_HANDLE* pHandle = Open(line);
+              const bool isControlled = pHandle == nullptr || tcgetsid(pHandle->Fd) >= 0;
+              return SYS_COM_Open(NameOf(line), RATE) != nullptr || isControlled ? 0 : errno;
             }),
-            0);
+            EBUSY);
 }
 
-TEST(SerialOpen, IsSilentWhenThereIsNoSuchDevice) {
-  const int next = NextDescriptor();
-  const struct {
-    std::string Name;
-    int Error;
-  } aCase[] = {
-      {"nordax.no.such.port", ENOENT},
-      {std::string(122, 'x'), ENOENT},
-      {std::string(123, 'x'), ENAMETOOLONG},
-      {"null" + std::string(5000, '/'), ENAMETOOLONG},
-      {"", EISDIR},
-  };
-  for (const auto& test : aCase) {
-    const OPENED port = Open(test.Name);
-    EXPECT_EQ(port.pHandle, nullptr);
-    EXPECT_EQ(port.Error, test.Error) << test.Name;
-    EXPECT_EQ(port.Output, "");
-  }
-  EXPECT_EQ(NextDescriptor(), next);
-}
-
-TEST(SerialOpen, SaysWhenTheRateIsRefused) {
+TEST(SerialOpen, FailsForItsNameTheRateAndMemoryAlone) {
   PTY line;
-  const int next = NextDescriptor();
-  for (const OPENED& port : {Open("null"), Open(line.Name(), 0)}) {
-    EXPECT_EQ(port.pHandle, nullptr);
-    EXPECT_EQ(port.Output, MESSAGE);
-  }
-  EXPECT_EQ(NextDescriptor(), next);
-}
-
-TEST(SerialOpen, FailsAtTheRateAndAtMemoryAlone) {
-  FAULTS_REQUIRE();
-  PTY line;
-  const int next = NextDescriptor();
+  const std::string name = NameOf(line);
+  const FAULT none = {FAULT_CALL::OPEN, 1, 0, 0};
   // The first request is that for exclusive use; three more set the rate and look what became of it.
-  for (uint32_t n = 1; n <= 5; n++) {
-    line.Release();
-    SCOPED_FAULT fault({FAULT_CALL::IOCTL, n, EIO});
-    const OPENED port = Open(line.Name());
-    const bool isRefused = n >= 2 && n <= 4;
-    EXPECT_EQ(port.pHandle == nullptr, isRefused) << n;
-    EXPECT_EQ(port.Output, isRefused ? MESSAGE : "");
-    EXPECT_TRUE(!isRefused || port.Error == EIO);
-    SYS_COM_Close(port.pHandle);
-    EXPECT_EQ(NextDescriptor(), next);
-  }
-  SweepFaults(FAULT_CALL::MALLOC, ENOMEM, [&](const SCOPED_FAULT& fault) {
-    line.Release();
-    errno = 0;
-    SYS_COM_HANDLE* pHandle = SYS_COM_Open(line.Name().c_str(), 9600);
-    EXPECT_EQ(pHandle == nullptr, fault.WasHit());
-    EXPECT_TRUE(pHandle != nullptr || errno == ENOMEM);
-    SYS_COM_Close(pHandle);
-    EXPECT_EQ(NextDescriptor(), next);
-  });
-  line.Release();
-  SCOPED_FAULT interrupted({FAULT_CALL::OPEN, 1, EINTR, 2});
-  const OPENED port = Open(line.Name());
-  EXPECT_NE(port.pHandle, nullptr);
-  SYS_COM_Close(port.pHandle);
-}
-
-#ifndef __APPLE__
-
-uint32_t RateOf(const PTY& line) {
-  termios2 settings = {};
-  EXPECT_EQ(ioctl(line.Slave, TCGETS2, &settings), 0);
-  EXPECT_EQ(settings.c_ispeed, settings.c_ospeed);
-  return settings.c_ospeed;
-}
-
-TEST(SerialBaudrate, TakesAnyRate) {
-  PTY line;
-  for (uint32_t baudrate : {1u, 300u, 115200u, 115201u, 250000u, 3000000u, UINT32_MAX}) {
-    line.Release();
-    const OPENED port = Open(line.Name(), baudrate);
-    ASSERT_NE(port.pHandle, nullptr) << baudrate;
-    EXPECT_EQ(RateOf(line), baudrate);
-    EXPECT_EQ(SYS_COM_SetBaudrate(port.pHandle->Fd, 9600), 0);
-    EXPECT_EQ(RateOf(line), 9600u);
-    SYS_COM_Close(port.pHandle);
-  }
-}
-
-// A driver that takes the nearest rate of its own instead.
-TEST(SerialBaudrate, CountsARateTooFarOffAsRefused) {
-  PTY line;
-  const struct {
-    uint32_t Wanted;
-    uint32_t Actual;
-    bool IsTaken;
-  } aCase[] = {
-      {100000, 97000, true},          {100000, 96999, false},    {100000, 103000, true},
-      {100000, 103001, false},        {250000, 230400, false},   {1, 2, false},
-      {UINT32_MAX, UINT32_MAX, true}, {UINT32_MAX, 9600, false}, {9600, UINT32_MAX, false},
+  const std::tuple<std::string, uint32_t, FAULT, int> aCase[] = {
+      {std::string(122, 'x'), RATE, none, ENOENT},
+      {std::string(123, 'x'), RATE, none, ENAMETOOLONG},
+      {name, 0, none, EINVAL},
+      {name, RATE, {FAULT_CALL::OPEN, 1, EINTR}, 0},
+      {name, RATE, {FAULT_CALL::IOCTL, 1, EIO}, 0},
+      {name, RATE, {FAULT_CALL::IOCTL, 2, EIO}, EIO},
+      {name, RATE, {FAULT_CALL::IOCTL, 3, EIO}, EIO},
+      {name, RATE, {FAULT_CALL::IOCTL, 4, EIO}, EIO},
+      {name, RATE, {FAULT_CALL::MALLOC, 1, ENOMEM}, ENOMEM},
   };
-  for (const auto& test : aCase) {
-    const auto takeAnother = [&] {
-      termios2 settings;
-      ioctl(line.Slave, TCGETS2, &settings);
-      settings.c_ospeed = test.Actual;
-      ioctl(line.Slave, TCSETS2, &settings);
-    };
-    SCOPED_FAULT fault({FAULT_CALL::IOCTL, 3, 0, 1, FAULT_KIND::NONE, takeAnother});
-    errno = 0;
-    EXPECT_EQ(SYS_COM_SetBaudrate(line.Slave, test.Wanted), test.IsTaken ? 0 : -1) << test.Wanted << test.Actual;
-    EXPECT_EQ(errno, test.IsTaken ? 0 : EINVAL);
+  const auto numBefore = NumDescriptors();
+  for (const auto& [device, baudrate, fault, expected] : aCase) {
+    ioctl(line.Slave, TIOCNXCL);
+    testing::internal::CaptureStdout();
+    SCOPED_FAULT scopedFault(fault);
+    SYS_COM_HANDLE* pHandle = SYS_COM_Open(device.c_str(), baudrate);
+    const int error = pHandle == nullptr ? errno : 0;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              expected == EINVAL || expected == EIO ? "ERROR while writing port settings.\n" : "");
+    EXPECT_EQ(error, expected) << device;
+    SYS_COM_Close(pHandle);
+    EXPECT_EQ(NumDescriptors(), numBefore);
   }
 }
 
-#endif
-
-TEST(SerialBaudrate, FailsWithoutAPort) {
-  int aPipe[2];
-  ASSERT_EQ(pipe(aPipe), 0);
-  EXPECT_EQ(SYS_COM_SetBaudrate(aPipe[0], 9600), -1);
-  EXPECT_EQ(errno, ENOTTY);
-  close(aPipe[0]);
-  close(aPipe[1]);
-  EXPECT_EQ(SYS_COM_SetBaudrate(-1, 9600), -1);
-  EXPECT_EQ(errno, EBADF);
-}
-
-TEST(SerialTransfer, WaitsAsLongAsItIsTold) {
-  PORT_REQUIRE();
+TEST(SerialBaudrate, IsAnyThatTheDriverTakesWithin3Percent) {
+  // A rate, what a driver without it takes instead, and whether that is near enough.
+  static constexpr std::tuple<uint32_t, uint32_t, bool> aCase[] = {{100000, 97000, true},  {100000, 96999, false},
+                                                                   {100000, 103000, true}, {100000, 103001, false},
+                                                                   {UINT32_MAX, 1, false}, {1, UINT32_MAX, false}};
   PTY line;
-  const OPENED port = Open(line.Name());
-  ASSERT_NE(port.pHandle, nullptr);
-  char acBytes[8] = "old";
-  EXPECT_EQ(SYS_COM_Read(port.pHandle, acBytes, sizeof(acBytes), 0), 0);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(SYS_COM_Read(port.pHandle, acBytes, sizeof(acBytes), 30), 0);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
-  EXPECT_STREQ(acBytes, "old");
-
-  line.Send("abcde");
-  EXPECT_EQ(SYS_COM_Read(port.pHandle, acBytes, 2, 0), 2);
-  EXPECT_EQ(SYS_COM_Read(port.pHandle, acBytes + 2, 6, 0), 3);
-  EXPECT_EQ(std::string(acBytes, 5), "abcde");
-
-  std::thread sender([&] {
-    usleep(20000);
-    line.Send("x");
-  });
-  EXPECT_EQ(SYS_COM_Read(port.pHandle, acBytes, sizeof(acBytes), -1), 1);
-  sender.join();
-
-  line.HangUp();
-  EXPECT_LE(SYS_COM_Read(port.pHandle, acBytes, sizeof(acBytes), -1), 0);
-  EXPECT_EQ(SYS_COM_Write(port.pHandle, "x", 1), -1);
-  SYS_COM_Close(port.pHandle);
-  SYS_COM_Close(nullptr);
+  SYS_COM_Close(Open(line));
+  termios2 settings;
+  EXPECT_TRUE(ioctl(line.Slave, TCGETS2, &settings) == 0 && settings.c_ospeed == RATE);
+  for (const auto& [wanted, other, isTaken] : aCase) {
+    EXPECT_EQ(SYS_COM_SetBaudrate(line.Slave, wanted), 0);
+    ioctl(line.Slave, TCGETS2, &settings);
+    EXPECT_TRUE(settings.c_ospeed == wanted && settings.c_ispeed == wanted) << settings.c_ospeed;
+    settings.c_ospeed = other;
+    SCOPED_FAULT fault({FAULT_CALL::IOCTL, 3, 0, 1, FAULT_KIND::NONE, [&] { ioctl(line.Slave, TCSETS2, &settings); }});
+    errno = 0;
+    EXPECT_EQ(SYS_COM_SetBaudrate(line.Slave, wanted), isTaken ? 0 : -1) << wanted << other;
+    EXPECT_EQ(errno, isTaken ? 0 : EINVAL);
+  }
+  EXPECT_EQ(SYS_COM_SetBaudrate(-1, RATE), -1);
 }
 
-#ifndef __APPLE__
+TEST(SerialTransfer, PassesEveryByteBothWaysAndWaitsAsLongAsItIsTold) {
+  PTY line;
+  line.Send("stale\n");
+  ASSERT_TRUE(line.ReceiveUntil([](const std::string& echo) { return echo.find("stale") != std::string::npos; }));
+  SYS_COM_HANDLE* pHandle = Open(line);
+  ASSERT_NE(pHandle, nullptr);
+  EXPECT_EQ(fcntl(pHandle->Fd, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(pHandle->Fd, F_GETFL) & O_NONBLOCK, 0);
+  char received = '?';
+  EXPECT_GE(MeasureUs([&] { EXPECT_EQ(SYS_COM_Read(pHandle, &received, 1, 30), 0); }), 30000);
 
-// Fills records with a pattern, lists the ports into the first of them, checks every byte, and returns the count.
-int32_t ListInto(uint32_t capacity, const std::vector<std::string>& names) {
-  GUARDED_BLOCK block;
-  auto* paPorts = reinterpret_cast<SYS_COM_PORT_NAME*>(block.Take(capacity * sizeof(SYS_COM_PORT_NAME)));
-  const int32_t count = SYS_COM_Enumerate(capacity == 0 ? nullptr : paPorts, capacity);
-  for (uint32_t i = 0; i < capacity; i++) {
-    std::string expected(sizeof(SYS_COM_PORT_NAME), GUARDED_BLOCK::PATTERN);
-    if (i < names.size()) {
-      expected.replace(0, names[i].size() + 1, names[i].c_str(), names[i].size() + 1);
-      expected[64] = '\0';
-    }
-    EXPECT_EQ(std::string(paPorts[i].acName, sizeof(SYS_COM_PORT_NAME)), expected) << i << " of " << capacity;
+  std::string bytes(256, '\0');
+  std::iota(bytes.begin(), bytes.end(), '\0');
+  std::jthread sender([&] {
+    usleep(20000);
+    line.Send(bytes);
+  });
+  for (char sent : bytes) {
+    ASSERT_EQ(SYS_COM_Read(pHandle, &received, 1, sent == '\0' ? -1 : PTY::PATIENCE_MS), 1);
+    ASSERT_EQ(received, sent);
   }
-  EXPECT_TRUE(block.IsIntact());
-  return count;
+  EXPECT_EQ(SYS_COM_Write(pHandle, bytes.data(), 256), 256);
+  EXPECT_TRUE(line.ReceiveUntil([&](const std::string& out) { return out.ends_with(bytes); }));
+  SYS_COM_Close(pHandle);
 }
 
 TEST(SerialEnumerate, ListsTheUSBPortsInTheOrderOfTheirNumbers) {
-  TERMINAL_LIST terminals;
-  EXPECT_EQ(ListInto(2, {}), 0);
-  const std::string longName = "ttyUSB" + std::string(90, '7');
-  for (const char* name : {"ttyUSB10", "ttyS0", "ttyUSB2", "ttyACM1", "tty", "console", "xttyUSB0", "ttyUSB0",
-                           "ttyusb3", "ttyACM0", "ttyUS", "ttyAMA0", longName.c_str()}) {
+  const std::vector<std::string> names = {"ttyACM0", "ttyACM1",  "ttyUSB0",
+                                          "ttyUSB2", "ttyUSB10", "ttyUSB" + std::string(57, '7')};
+  TEMP_DIR terminals;
+  terminals.AddFile(names.back() + "7");
+  for (const char* name :
+       {"ttyUSB10", "ttyS0", "ttyUSB2", "ttyACM1", "xttyUSB0", "ttyUSB0", "ttyusb3", "ttyACM0", "ttyUS", "ttyAMA0"}) {
     terminals.AddFile(name);
   }
-  const std::vector<std::string> names = {"ttyACM0", "ttyACM1",  "ttyUSB0",
-                                          "ttyUSB2", "ttyUSB10", longName.substr(0, 63)};
-  for (uint32_t capacity = 0; capacity < names.size() + 3; capacity++) {
-    EXPECT_EQ(ListInto(capacity, names), static_cast<int32_t>(names.size()));
+  const auto numBefore = NumDescriptors();
+  pathOfTerminals = terminals.Path.c_str();
+  for (uint32_t capacity = 0; capacity < names.size() + 2; capacity++) {
+    SYS_COM_PORT_NAME aPorts[10];
+    SYS_COM_PORT_NAME aExpected[10];
+    memset(aPorts, '?', sizeof(aPorts));
+    memset(aExpected, '?', sizeof(aExpected));
+    for (uint32_t i = 0; i < std::min<size_t>(capacity, names.size()); i++) {
+      strcpy(aExpected[i].acName, names[i].c_str());
+      aExpected[i].acName[64] = '\0';
+    }
+    EXPECT_EQ(SYS_COM_Enumerate(aPorts, capacity), static_cast<int32_t>(names.size()));
+    EXPECT_EQ(memcmp(aPorts, aExpected, sizeof(aPorts)), 0) << capacity;
   }
+  pathOfTerminals = "/no such directory";
+  EXPECT_EQ(SYS_COM_Enumerate(nullptr, 0), 0);
+  pathOfTerminals = nullptr;
+  EXPECT_EQ(NumDescriptors(), numBefore);
 }
-
-TEST(SerialEnumerate, FindsNothingWhereThereIsNoListOfTerminals) {
-  const int next = NextDescriptor();
-  {
-    TERMINAL_LIST terminals;
-    rmdir(terminals.Path.c_str());
-    EXPECT_EQ(ListInto(2, {}), 0);
-  }
-  EXPECT_GE(SYS_COM_Enumerate(nullptr, 0), 0);
-  EXPECT_EQ(NextDescriptor(), next);
-}
-
-// This program uses the layer, but reads no lines.
-TEST(LoadList, IsFreeOfTheLineEditorWithoutLineInput) {
-  std::string names;
-  const auto addName = [](dl_phdr_info* pInfo, size_t, void* pContext) {
-    *static_cast<std::string*>(pContext) += std::string(pInfo->dlpi_name) + '\n';
-    return 0;
-  };
-  dl_iterate_phdr(addName, &names);
-  EXPECT_NE(names.find("libc.so"), std::string::npos) << names;
-  EXPECT_EQ(names.find("libedit"), std::string::npos) << names;
-}
-
-#endif
 
 }  // namespace
+
+#endif
