@@ -11,44 +11,34 @@ dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir"
 
-# Folders come with a slash or without.
 mkdir -p bin/Script/sub "bin/Script/a folder" elsewhere/folder
 touch bin/Script/Pro.pex bin/Script/Pro=1.pex bin/Script/Pro=2.pex "bin/Script/Two Words.pex" bin/Script/Notes.txt \
   bin/Script/sub/In.pex elsewhere/Out.pex elsewhere/Out.txt
 cat > bin/tamsel <<- 'END'
 	#!/bin/sh
-	line=
-	for arg; do
-	  line="$line${line:+|}${arg%/}"
-	done
-	printf '%s\n' "$line" >> "$HOME/results"
+	for arg; do  # Folders come with a slash or without.
+	  printf '%s|' "${arg%/}"
+	done >> "$HOME/results"
+	echo >> "$HOME/results"
 END
 chmod +x bin/tamsel
 ln -s ../bin/tamsel elsewhere/tamsel
 
 cat > table <<- 'END'
-	tamsel -T^ => -TIF
-	tamsel ^ => -Operation|-ScriptFile|-SetConfigVal|-TIF|-If|-Speed|-IP|-USB|-Module
-	tamsel -tif S^ => -tif|SWD|SPI
-	tamsel -IF J^ -SPEED ^ => -IF|JTAG|-SPEED|adaptive
-	tamsel -Operation ^ => -Operation
-	tamsel -SetConfigVal Key=ab= -T^ => -SetConfigVal|Key=ab=|-TIF
-	tamsel -SetConfigVal Key= -TIF J^ => -SetConfigVal|Key=|-TIF|JTAG
-	tamsel -SetConfigVal Key=^ => -SetConfigVal|Key=
-	tamsel -IP host:80 -T^ => -IP|host:80|-TIF
-	tamsel -SetConfigVal "A= b > c" -SetConfigVal D=$(echo '=>') -T^ => -SetConfigVal|A= b > c|-SetConfigVal|D==>|-TIF
-	tamsel > out -T^ => -TIF
-	tamsel 2>out -SetConfigVal >>out A=2 >out -T^ => -SetConfigVal|A=2|-TIF
-	tamsel -USB 2 >out -T^ => -USB|2|-TIF
-	tamsel -ScriptFile P^ => -ScriptFile|Pro.pex|Pro=1.pex|Pro=2.pex
-	tamsel -ScriptFile Pro=1^ => -ScriptFile|Pro=1.pex
-	tamsel -ScriptFile ^ => -ScriptFile|Pro.pex|Pro=1.pex|Pro=2.pex|Two Words.pex|sub|a folder
-	tamsel -ScriptFile sub/^ => -ScriptFile|sub/In.pex
-	tamsel -ScriptFile Two\ W^ => -ScriptFile|Two Words.pex
-	tamsel -ScriptFile "Two W^ => -ScriptFile|Two Words.pex
-	tamsel -SCRIPTFILE ~/elsewhere/^ => -SCRIPTFILE|~/elsewhere/Out.pex|~/elsewhere/folder
-	elsewhere/tamsel -ScriptFile sub/^ => -ScriptFile|sub/In.pex
-	~/elsewhere/tamsel -ScriptFile sub/^ => -ScriptFile|sub/In.pex
+	tamsel ^ => -Operation|-ScriptFile|-SetConfigVal|-TIF|-If|-Speed|-IP|-USB|-Module|
+	tamsel -tif SW^ -SPEED ^ -T^ => -tif|SWD|-SPEED|adaptive|-TIF|
+	tamsel -SetConfigVal Key=ab= -IF J^ => -SetConfigVal|Key=ab=|-IF|JTAG|
+	tamsel -SetConfigVal Key=^ => -SetConfigVal|Key=|
+	tamsel -IP host:80 -T^ => -IP|host:80|-TIF|
+	tamsel -SetConfigVal "A= b > c" -SetConfigVal D=$(echo '=>') -T^ => -SetConfigVal|A= b > c|-SetConfigVal|D==>|-TIF|
+	tamsel > out -T^ => -TIF|
+	tamsel 2>out -SetConfigVal >>out A=2 >out -T^ => -SetConfigVal|A=2|-TIF|
+	tamsel -USB 2 >out -T^ => -USB|2|-TIF|
+	tamsel -ScriptFile Pro=1^ => -ScriptFile|Pro=1.pex|
+	tamsel -ScriptFile ^ => -ScriptFile|Pro.pex|Pro=1.pex|Pro=2.pex|Two Words.pex|sub|a folder|
+	tamsel -ScriptFile "Two W^ => -ScriptFile|Two Words.pex|
+	tamsel -SCRIPTFILE ~/elsewhere/^ => -SCRIPTFILE|~/elsewhere/Out.pex|~/elsewhere/folder|
+	~/elsewhere/tamsel -ScriptFile sub/^ => -ScriptFile|sub/In.pex|
 END
 sed "s/ => .*//; s/\^/$(printf '\t')/g" table > keys
 sed "s/.* => //; s|~|$dir|g" table > expected
@@ -78,28 +68,17 @@ cat > type-into-zsh <<- 'END'
 	  zpty -r -m shell output '*<ready>*'
 	done < keys
 END
-
-type_keys() {
-  set -- env -i PATH="$dir/bin:$PATH" HOME="$dir" SHELL="$shell" COMPLETION="$completion" TERM=dumb LC_ALL=C "$@"
-  case $shell in
-    zsh) "$@" zsh -f type-into-zsh ;;
-    *) "$@" INPUTRC=/dev/null HISTFILE= bash --noprofile -i < keys ;;
-  esac
-}
-
-if ! type_keys > output 2>&1 || [ ! -f results ]; then
-  cat output
-  exit 1
-fi
+set -- env -i PATH="$dir/bin:$PATH" HOME="$dir" SHELL="$shell" COMPLETION="$completion" TERM=dumb LC_ALL=C
+case $shell in
+  zsh) "$@" zsh -f type-into-zsh > output 2>&1 ;;
+  *) "$@" INPUTRC=/dev/null HISTFILE= bash --noprofile -i < keys > output 2>&1 ;;
+esac || { cat output; exit 1; }
 
 # Each shell has an order of its own.
-sorted() {
+for file in expected results; do
   while IFS= read -r line; do
-    printf '%s\n' "$line" | tr '|' '\n' | LC_ALL=C sort | tr '\n' '|'
+    echo "$line" | tr '|' '\n' | LC_ALL=C sort | tr '\n' '|'
     echo
-  done < "$1"
-}
-
-sorted expected > expected-sorted
-sorted results > results-sorted
+  done < $file > $file-sorted
+done
 diff expected-sorted results-sorted

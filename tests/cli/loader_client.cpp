@@ -1,18 +1,25 @@
-// Loads the probe library twice without insisting and then for a symbol, and prints the results and where the symbol
-// was found.
+// Loads the probe library three times, the third time insisting, and prints the results. No library is needed: each
+// path that is tried is printed, and the one with the number in the argument opens, none for 0.
 
-#include <dlfcn.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include "probe/loader.h"
 
-int main() {
-  for (int i = 0; i < 2; i++) {
-    const int8_t result = PROBE_LoadLibrary(0);
-    printf("%d\n", result);
+static int numUntilFound;
+
+// Takes the place of the C library's.
+extern "C" void* dlopen(const char* path, int mode) noexcept;
+
+void* dlopen(const char* path, int) noexcept {
+  printf("%s\n", path);
+  return --numUntilFound == 0 ? &numUntilFound : nullptr;
+}
+
+int main(int, char** argv) {
+  numUntilFound = atoi(argv[1]);
+  for (int i = 0; i < 3; i++) {
+    printf("%d\n", PROBE_LoadLibrary(i == 2));
   }
-  Dl_info info = {};
-  dladdr(PROBE_ResolveSymbol("VORTA_Close"), &info);
-  printf("%s\n", info.dli_fname);
   return 0;
 }

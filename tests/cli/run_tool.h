@@ -1,95 +1,85 @@
 #ifndef TESTS_CLI_RUN_TOOL_H
 #define TESTS_CLI_RUN_TOOL_H
 
-// Runs a program in a temporary directory of its own and catches all that it does. Paths of the programs and libraries
-// come from the build.
+// Runs programs in a temporary directory. Paths of the programs and libraries come from the build.
 
-#include <stdint.h>
-#include <sys/types.h>
+#include <fcntl.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <map>
-#include <string>
-#include <vector>
+#include <regex>
+#include <sstream>
 
-// A directory that is gone with the object.
-class TEMP_DIR {
- public:
-  TEMP_DIR();
-  ~TEMP_DIR();
-  TEMP_DIR(const TEMP_DIR&) = delete;
-  TEMP_DIR& operator=(const TEMP_DIR&) = delete;
+#include "tests/sandbox.h"
 
-  // Absolute, without links, and without a slash at the end.
-  const std::string& Path() const { return path; }
-  std::string At(const std::string& name) const { return path + "/" + name; }
-
-  // Copies a file or folder to a place in the directory, and makes the folders on the way.
-  void Place(const std::filesystem::path& source, const std::string& name) const;
-  void Write(const std::string& name, const std::string& text) const;
-  std::string Read(const std::string& name) const;  // Empty when there is no such file.
-
-  // Copies the C library and whatever else the programs of the build are linked to, so that they can run with the
-  // directory as their root. Returns whether that is permitted here.
-  bool MakeRoot() const;
-
- private:
-  std::string path;
-};
+// What every run of the tool prints first, with its time of compilation hidden.
+constexpr char BANNER[] = "NORDAX Tamsel V9.42\nCompiled <time>\n";
 
 struct LAUNCH {
-  std::string File;                    // Path of the program in the temporary directory.
+  std::string File;                    // Path of the program below the directory.
   std::vector<std::string> Args = {};  // What follows the program's name.
-  std::string Behaviour = "";          // Directives for fake_probe.cpp.
-  std::string Name = "";               // The program's name as the caller typed it. Empty: its whole path.
-  std::string WorkingDir = "";         // In the temporary directory.
-  bool IsRoot = false;                 // The temporary directory is the program's root directory (MakeRoot).
   std::map<std::string, std::string> Environment = {};
+  std::string Name = "";        // The program's name as the caller typed it. Empty: its whole path.
+  std::string WorkingDir = "";  // Below the directory.
 };
 
-struct OUTCOME {
-  std::string Output;
-  std::string Errors;  // Standard error, where sanitizers report: nothing belongs there.
-  std::string Calls;   // Record of the fake, its lines joined by blanks, the temporary directory as "$DIR".
-  int Status = -1;     // Exit status; 1000 and the signal's number when a signal ended the program.
-};
+// Copies a file or folder to a place below the directory, and makes the folders on the way.
+inline void Place(const TEMP_DIR& dir, const std::string& source, const std::string& name) {
+  std::filesystem::create_directories(std::filesystem::path(dir / name).parent_path());
+  std::filesystem::copy(source, dir / name, std::filesystem::copy_options::recursive);
+}
 
-// A running program. It must not run for more than a minute in all.
-class PROCESS {
- public:
-  PROCESS(const TEMP_DIR& dir, const LAUNCH& launch);
-  ~PROCESS();
-  PROCESS(const PROCESS&) = delete;
-  PROCESS& operator=(const PROCESS&) = delete;
-
-  // Waits until the output so far has the text. Returns whether it ever had.
-  bool WaitFor(const std::string& text);
-  OUTCOME Finish();
-
- private:
-  bool ReadMore();
-
-  const TEMP_DIR& dir;
-  std::string record;
-  OUTCOME outcome;
-  std::FILE* pErrors;
-  int64_t deadline;
-  int output = -1;
-  pid_t pid = -1;
-};
-
-inline OUTCOME Launch(const TEMP_DIR& dir, const LAUNCH& launch) {
-  return PROCESS(dir, launch).Finish();
+// Returns what the program prints, errors included, with the directory as "$DIR", and as the last line how it ended.
+inline std::string RunProgram(const TEMP_DIR& dir, LAUNCH launch) {
+  constexpr unsigned LONGEST_S = 60;
+  const std::string output = dir / "output";
+  const std::string file = dir / launch.File;
+  launch.Args.insert(launch.Args.begin(), launch.Name.empty() ? file : launch.Name);
+  std::vector<std::string> environment;
+  for (const auto& [name, value] : launch.Environment) {
+    environment.push_back(name + "=" + value);
+  }
+  const auto pointers = [](std::vector<std::string>& texts) {
+    std::vector<char*> list;
+    std::transform(texts.begin(), texts.end(), std::back_inserter(list), [](std::string& text) { return text.data(); });
+    list.push_back(nullptr);
+    return list;
+  };
+  const pid_t child = fork();
+  if (child == 0) {
+    const int outputFile = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+    dup2(outputFile, STDOUT_FILENO);
+    dup2(outputFile, STDERR_FILENO);
+    alarm(LONGEST_S);
+    if (chdir((dir / launch.WorkingDir).c_str()) == 0) {
+      execve(file.c_str(), pointers(launch.Args).data(), pointers(environment).data());
+    }
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  static const std::regex buildTime("\nCompiled [A-Z][a-z]{2} [ 1-3]\\d \\d{4} \\d\\d:\\d\\d:\\d\\d\n");
+  std::string text = std::regex_replace(ReadFile(output), buildTime, "\nCompiled <time>\n");
+  for (size_t at; (at = text.find(dir.Path)) != std::string::npos;) {
+    text.replace(at, dir.Path.size(), "$DIR");
+  }
+  const bool hasExited = WIFEXITED(status);
+  return text + (hasExited ? "exit " : "signal ") + std::to_string(hasExited ? WEXITSTATUS(status) : WTERMSIG(status)) +
+         "\n";
 }
 
 // The words of a text, separated by single blanks.
-std::vector<std::string> Words(const std::string& text);
-
-// Splits the output of the tool: checks the two lines that every run begins with and gives the rest.
-std::string BehindBanner(const std::string& output);
+inline std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
 
 // What the tool prints to repeat its arguments.
-std::string EchoOf(const std::vector<std::string>& args);
+inline std::string EchoOf(const std::vector<std::string>& args) {
+  std::string echo = "Command line: ";
+  for (const std::string& arg : args) {
+    echo += arg + " ";
+  }
+  return args.empty() ? "" : echo + "\n";
+}
 
 #endif
