@@ -8,8 +8,8 @@
 //   exhaust@STEP=     from the call on the process gets no more memory
 //   self@STEP=        the library calls functions of its own by the names that it exports
 //
-// It is linked without binding its own names to itself, so that on ELF they reach the tool's forwarders. It does without
-// C++ streams: the tool has no C++ runtime library, which a sanitizer would ask for their types.
+// It is linked without binding its own names to itself, so that on ELF they reach the tool's forwarders. It does
+// without C++ streams: the tool has no C++ runtime library, which a sanitizer would ask for their types.
 
 #include <dlfcn.h>
 #include <fcntl.h>
