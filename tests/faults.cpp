@@ -23,7 +23,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <utility>
+#include <type_traits>
 
 namespace {
 
@@ -33,11 +33,6 @@ constexpr int DIRT = 0xA5;  // Fills new blocks: fresh memory is often zero, whi
 
 std::atomic<uint32_t> aNumCalls[NUM_CALLS];
 const FAULT* apFault[NUM_CALLS];
-const SCOPED_LINKS* pLinks;
-SCOPED_CALL_LOG* pLog;
-SCOPED_INTERFACES* pInterfaces;
-SCOPED_WALL_CLOCK* pWallClock;
-bool areNamesNumeric;
 
 #ifndef __APPLE__
 
@@ -79,38 +74,35 @@ OUTCOME Enter(FAULT_CALL call) {
   if (call == FAULT_CALL::MALLOC || call == FAULT_CALL::REALLOC) {
     return EnterOne(call);
   }
-  if (pLog != nullptr) {
-    pLog->Calls.push_back(call);
+  if (SCOPED_CALL_LOG::pCurrent != nullptr) {
+    SCOPED_CALL_LOG::pCurrent->Calls.push_back(call);
   }
   const OUTCOME ofAny = EnterOne(FAULT_CALL::ANY);
   const OUTCOME own = EnterOne(call);
   return own != OUTCOME::PASS ? own : ofAny;
 }
 
-// The outcome of a call that has no result but success.
-template <typename CALL>
-int EnterPlain(FAULT_CALL call, CALL real) {
-  const OUTCOME outcome = Enter(call);
-  return outcome == OUTCOME::PASS ? real() : outcome == OUTCOME::SKIP ? 0 : -1;
-}
-
-// The same for calls that return their error.
-template <typename CALL>
-int EnterThreadCall(FAULT_CALL call, CALL real) {
-  return Enter(call) == OUTCOME::PASS ? real() : errno;
-}
-
-size_t Shorten(size_t numBytes) {
-  return std::max<size_t>(numBytes / 2, std::min<size_t>(numBytes, 1));
-}
-
-ssize_t ReadFakeLink(const char* path, char* pDest, size_t size) {
-  auto found = pLinks->Targets.find(path);
-  if (found == pLinks->Targets.end()) {
-    errno = EINVAL;
-    return -1;
+// What a call gives that does not get through.
+template <typename RESULT>
+RESULT Refuse(OUTCOME outcome) {
+  if constexpr (std::is_pointer_v<RESULT>) {
+    return nullptr;
+  } else {
+    return outcome == OUTCOME::SKIP ? 0 : -1;
   }
-  return static_cast<ssize_t>(found->second.copy(pDest, size));
+}
+
+// Moves the bytes that it is to move, half of them, or none.
+template <typename CALL>
+ssize_t Transfer(FAULT_CALL call, size_t numBytes, CALL real) {
+  switch (Enter(call)) {
+    case OUTCOME::FAIL:
+      return -1;
+    case OUTCOME::SHORT:
+      return real(std::max<size_t>(numBytes / 2, std::min<size_t>(numBytes, 1)));
+    default:
+      return real(numBytes);
+  }
 }
 
 #endif
@@ -119,32 +111,74 @@ ssize_t ReadFakeLink(const char* path, char* pDest, size_t size) {
 
 #ifndef __APPLE__
 
+// A call that nothing but its outcome distinguishes from others; thread calls return their error.
+#define UNPACK(...) __VA_ARGS__
+#define PLAIN(call, result, name, parameters, arguments)                               \
+  FAULT_WRAP(result, name, UNPACK parameters) {                                        \
+    const OUTCOME outcome = Enter(FAULT_CALL::call);                                   \
+    return outcome == OUTCOME::PASS ? Real_##name arguments : Refuse<result>(outcome); \
+  }
+#define THREAD(call, name, parameters, arguments)                                    \
+  FAULT_WRAP(int, name, UNPACK parameters) {                                         \
+    return Enter(FAULT_CALL::call) == OUTCOME::PASS ? Real_##name arguments : errno; \
+  }
+
+// clang-format off: one a line.
+PLAIN(REALLOC, void*, realloc, (void* p, size_t size), (p, size))
+PLAIN(LSEEK, off_t, lseek, (int fd, off_t offset, int origin), (fd, offset, origin))
+PLAIN(STAT, int, stat, (const char* path, struct stat* pStatus), (path, pStatus))
+PLAIN(FSTAT, int, fstat, (int fd, struct stat* pStatus), (fd, pStatus))
+PLAIN(LSTAT, int, lstat, (const char* path, struct stat* pStatus), (path, pStatus))
+PLAIN(REALPATH, char*, realpath, (const char* path, char* pDest), (path, pDest))
+PLAIN(MKDIR, int, mkdir, (const char* path, mode_t mode), (path, mode))
+PLAIN(FLOCK, int, flock, (int fd, int operation), (fd, operation))
+PLAIN(FCHMOD, int, fchmod, (int fd, mode_t mode), (fd, mode))
+PLAIN(FCHOWN, int, fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group))
+PLAIN(FTRUNCATE, int, ftruncate, (int fd, off_t length), (fd, length))
+PLAIN(FSYNC, int, fsync, (int fd), (fd))
+PLAIN(LINK, int, link, (const char* oldPath, const char* newPath), (oldPath, newPath))
+PLAIN(UNLINK, int, unlink, (const char* path), (path))
+PLAIN(RENAME, int, rename, (const char* oldPath, const char* newPath), (oldPath, newPath))
+PLAIN(CLOSE_RANGE, int, close_range, (unsigned first, unsigned last, int flags), (first, last, flags))
+PLAIN(GETDENTS64, ssize_t, getdents64, (int fd, void* pBuffer, size_t size), (fd, pBuffer, size))
+PLAIN(WAITPID, pid_t, waitpid, (pid_t pid, int* pStatus, int options), (pid, pStatus, options))
+PLAIN(RECV, ssize_t, recv, (int fd, void* p, size_t size, int flags), (fd, p, size, flags))
+PLAIN(RECVFROM, ssize_t, recvfrom, (int fd, void* p, size_t size, int flags, sockaddr* pAddr, socklen_t* pSize),
+      (fd, p, size, flags, pAddr, pSize))
+PLAIN(SEND, ssize_t, send, (int fd, const void* p, size_t size, int flags), (fd, p, size, flags))
+THREAD(PTHREAD_CREATE, pthread_create, (pthread_t * p, const pthread_attr_t* pAttr, void* (*pf)(void*), void* pArg),
+       (p, pAttr, pf, pArg))
+THREAD(PTHREAD_MUTEXATTR_INIT, pthread_mutexattr_init, (pthread_mutexattr_t * p), (p))
+THREAD(PTHREAD_MUTEX_INIT, pthread_mutex_init, (pthread_mutex_t * p, const pthread_mutexattr_t* pAttr), (p, pAttr))
+THREAD(PTHREAD_MUTEX_DESTROY, pthread_mutex_destroy, (pthread_mutex_t * p), (p))
+THREAD(PTHREAD_COND_INIT, pthread_cond_init, (pthread_cond_t * p, const pthread_condattr_t* pAttr), (p, pAttr))
+THREAD(PTHREAD_COND_SIGNAL, pthread_cond_signal, (pthread_cond_t * p), (p))
+// clang-format on
+
 FAULT_WRAP(void*, malloc, size_t size) {
   void* p = Enter(FAULT_CALL::MALLOC) == OUTCOME::PASS ? Real_malloc(size) : nullptr;
   return p != nullptr ? memset(p, DIRT, size) : nullptr;
 }
 
-FAULT_WRAP(void*, realloc, void* p, size_t size) {
-  return Enter(FAULT_CALL::REALLOC) == OUTCOME::PASS ? Real_realloc(p, size) : nullptr;
-}
-
 FAULT_WRAP(ssize_t, read, int fd, void* pBuffer, size_t numBytes) {
-  const OUTCOME outcome = Enter(FAULT_CALL::READ);
-  return outcome == OUTCOME::FAIL ? -1
-                                  : Real_read(fd, pBuffer, outcome == OUTCOME::SHORT ? Shorten(numBytes) : numBytes);
+  return Transfer(FAULT_CALL::READ, numBytes, [=](size_t count) { return Real_read(fd, pBuffer, count); });
 }
 
 FAULT_WRAP(ssize_t, write, int fd, const void* pBuffer, size_t numBytes) {
-  const OUTCOME outcome = Enter(FAULT_CALL::WRITE);
-  return outcome == OUTCOME::FAIL ? -1
-                                  : Real_write(fd, pBuffer, outcome == OUTCOME::SHORT ? Shorten(numBytes) : numBytes);
+  return Transfer(FAULT_CALL::WRITE, numBytes, [=](size_t count) { return Real_write(fd, pBuffer, count); });
 }
 
 FAULT_WRAP(ssize_t, readlink, const char* path, char* pDest, size_t size) {
   if (Enter(FAULT_CALL::READLINK) == OUTCOME::FAIL) {
     return -1;
   }
-  return pLinks != nullptr ? ReadFakeLink(path, pDest, size) : Real_readlink(path, pDest, size);
+  if (SCOPED_LINKS::pCurrent == nullptr) {
+    return Real_readlink(path, pDest, size);
+  }
+  const auto& targets = SCOPED_LINKS::pCurrent->Targets;
+  const auto found = targets.find(path);
+  errno = EINVAL;
+  return found != targets.end() ? static_cast<ssize_t>(found->second.copy(pDest, size)) : -1;
 }
 
 FAULT_WRAP(int, open, const char* path, int flags, ...) {
@@ -163,92 +197,12 @@ FAULT_WRAP(int, ioctl, int fd, unsigned long request, ...) {
   return Enter(FAULT_CALL::IOCTL) == OUTCOME::PASS ? Real_ioctl(fd, request, pArg) : -1;
 }
 
-FAULT_WRAP(int, close_range, unsigned first, unsigned last, int flags) {
-  return Enter(FAULT_CALL::CLOSE_RANGE) == OUTCOME::PASS ? Real_close_range(first, last, flags) : -1;
-}
-
-FAULT_WRAP(ssize_t, getdents64, int fd, void* pBuffer, size_t size) {
-  return Enter(FAULT_CALL::GETDENTS64) == OUTCOME::PASS ? Real_getdents64(fd, pBuffer, size) : -1;
-}
-
-FAULT_WRAP(pid_t, waitpid, pid_t pid, int* pStatus, int options) {
-  return Enter(FAULT_CALL::WAITPID) == OUTCOME::PASS ? Real_waitpid(pid, pStatus, options) : -1;
-}
-
 FAULT_WRAP(int, close, int fd) {
   const OUTCOME outcome = Enter(FAULT_CALL::CLOSE);
   const int error = errno;
   const int result = Real_close(fd);  // It is gone also after a failure.
   errno = outcome == OUTCOME::FAIL ? error : errno;
   return outcome == OUTCOME::FAIL ? -1 : result;
-}
-
-FAULT_WRAP(off_t, lseek, int fd, off_t offset, int origin) {
-  return Enter(FAULT_CALL::LSEEK) == OUTCOME::PASS ? Real_lseek(fd, offset, origin) : -1;
-}
-
-FAULT_WRAP(char*, realpath, const char* path, char* pDest) {
-  return Enter(FAULT_CALL::REALPATH) == OUTCOME::PASS ? Real_realpath(path, pDest) : nullptr;
-}
-
-FAULT_WRAP(int, stat, const char* path, struct stat* pStatus) {
-  return Enter(FAULT_CALL::STAT) == OUTCOME::PASS ? Real_stat(path, pStatus) : -1;
-}
-
-FAULT_WRAP(int, fstat, int fd, struct stat* pStatus) {
-  return Enter(FAULT_CALL::FSTAT) == OUTCOME::PASS ? Real_fstat(fd, pStatus) : -1;
-}
-
-FAULT_WRAP(int, lstat, const char* path, struct stat* pStatus) {
-  return Enter(FAULT_CALL::LSTAT) == OUTCOME::PASS ? Real_lstat(path, pStatus) : -1;
-}
-
-FAULT_WRAP(int, mkdir, const char* path, mode_t mode) {
-  return EnterPlain(FAULT_CALL::MKDIR, [=] { return Real_mkdir(path, mode); });
-}
-
-FAULT_WRAP(int, flock, int fd, int operation) {
-  return EnterPlain(FAULT_CALL::FLOCK, [=] { return Real_flock(fd, operation); });
-}
-
-FAULT_WRAP(int, fchmod, int fd, mode_t mode) {
-  return EnterPlain(FAULT_CALL::FCHMOD, [=] { return Real_fchmod(fd, mode); });
-}
-
-FAULT_WRAP(int, fchown, int fd, uid_t owner, gid_t group) {
-  return EnterPlain(FAULT_CALL::FCHOWN, [=] { return Real_fchown(fd, owner, group); });
-}
-
-FAULT_WRAP(int, ftruncate, int fd, off_t length) {
-  return EnterPlain(FAULT_CALL::FTRUNCATE, [=] { return Real_ftruncate(fd, length); });
-}
-
-FAULT_WRAP(int, fsync, int fd) {
-  return EnterPlain(FAULT_CALL::FSYNC, [=] { return Real_fsync(fd); });
-}
-
-FAULT_WRAP(int, link, const char* oldPath, const char* newPath) {
-  return EnterPlain(FAULT_CALL::LINK, [=] { return Real_link(oldPath, newPath); });
-}
-
-FAULT_WRAP(int, unlink, const char* path) {
-  return EnterPlain(FAULT_CALL::UNLINK, [=] { return Real_unlink(path); });
-}
-
-FAULT_WRAP(int, rename, const char* oldPath, const char* newPath) {
-  return EnterPlain(FAULT_CALL::RENAME, [=] { return Real_rename(oldPath, newPath); });
-}
-
-FAULT_WRAP(ssize_t, recv, int fd, void* pBuffer, size_t numBytes, int flags) {
-  return Enter(FAULT_CALL::RECV) == OUTCOME::PASS ? Real_recv(fd, pBuffer, numBytes, flags) : -1;
-}
-
-FAULT_WRAP(ssize_t, recvfrom, int fd, void* pBuffer, size_t numBytes, int flags, sockaddr* pAddr, socklen_t* pSize) {
-  return Enter(FAULT_CALL::RECVFROM) == OUTCOME::PASS ? Real_recvfrom(fd, pBuffer, numBytes, flags, pAddr, pSize) : -1;
-}
-
-FAULT_WRAP(ssize_t, send, int fd, const void* pBuffer, size_t numBytes, int flags) {
-  return Enter(FAULT_CALL::SEND) == OUTCOME::PASS ? Real_send(fd, pBuffer, numBytes, flags) : -1;
 }
 
 FAULT_WRAP(int, getsockopt, int fd, int level, int option, void* pValue, socklen_t* pSize) {
@@ -262,52 +216,26 @@ FAULT_WRAP(int, getsockopt, int fd, int level, int option, void* pValue, socklen
 
 FAULT_WRAP(int, getnameinfo, const sockaddr* pAddr, socklen_t size, char* pHost, socklen_t hostSize, char* pService,
            socklen_t serviceSize, int flags) {
-  return Real_getnameinfo(pAddr, size, pHost, hostSize, pService, serviceSize,
-                          areNamesNumeric ? flags | NI_NUMERICHOST : flags);
+  const int forced = SCOPED_NUMERIC_NAMES::pCurrent != nullptr ? NI_NUMERICHOST : 0;
+  return Real_getnameinfo(pAddr, size, pHost, hostSize, pService, serviceSize, flags | forced);
 }
 
 FAULT_WRAP(int, getifaddrs, ifaddrs** ppList) {
-  if (pInterfaces == nullptr) {
+  SCOPED_INTERFACES* pFake = SCOPED_INTERFACES::pCurrent;
+  if (pFake == nullptr) {
     return Real_getifaddrs(ppList);
   }
-  *ppList = pInterfaces->pList;
-  pInterfaces->NumHeld += *ppList != nullptr;
+  *ppList = pFake->pList;
+  pFake->NumHeld += *ppList != nullptr;
   return *ppList == nullptr ? -1 : 0;
 }
 
 FAULT_WRAP(void, freeifaddrs, ifaddrs* pList) {
-  if (pInterfaces == nullptr) {
+  if (SCOPED_INTERFACES::pCurrent == nullptr) {
     Real_freeifaddrs(pList);
   } else {
-    pInterfaces->NumHeld--;
+    SCOPED_INTERFACES::pCurrent->NumHeld--;
   }
-}
-
-FAULT_WRAP(int, pthread_create, pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pfStart)(void*),
-           void* pArg) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_CREATE,
-                         [=] { return Real_pthread_create(pThread, pAttributes, pfStart, pArg); });
-}
-
-FAULT_WRAP(int, pthread_mutexattr_init, pthread_mutexattr_t* pAttributes) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEXATTR_INIT, [=] { return Real_pthread_mutexattr_init(pAttributes); });
-}
-
-FAULT_WRAP(int, pthread_mutex_init, pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttributes) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEX_INIT, [=] { return Real_pthread_mutex_init(pMutex, pAttributes); });
-}
-
-FAULT_WRAP(int, pthread_mutex_destroy, pthread_mutex_t* pMutex) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_MUTEX_DESTROY, [=] { return Real_pthread_mutex_destroy(pMutex); });
-}
-
-FAULT_WRAP(int, pthread_cond_init, pthread_cond_t* pCondition, const pthread_condattr_t* pAttributes) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_COND_INIT,
-                         [=] { return Real_pthread_cond_init(pCondition, pAttributes); });
-}
-
-FAULT_WRAP(int, pthread_cond_signal, pthread_cond_t* pCondition) {
-  return EnterThreadCall(FAULT_CALL::PTHREAD_COND_SIGNAL, [=] { return Real_pthread_cond_signal(pCondition); });
 }
 
 // With a fault set, the mutex is free while OnHit runs, as it is during a wait.
@@ -317,21 +245,18 @@ FAULT_WRAP(int, pthread_cond_timedwait, pthread_cond_t* pCondition, pthread_mute
     return Real_pthread_cond_timedwait(pCondition, pMutex, pDeadline);
   }
   pthread_mutex_unlock(pMutex);
-  const int result = EnterThreadCall(FAULT_CALL::PTHREAD_COND_TIMEDWAIT, [=] {
-    pthread_mutex_lock(pMutex);
-    const int waited = Real_pthread_cond_timedwait(pCondition, pMutex, pDeadline);
-    pthread_mutex_unlock(pMutex);
-    return waited;
-  });
+  const OUTCOME outcome = Enter(FAULT_CALL::PTHREAD_COND_TIMEDWAIT);
+  const int error = errno;
   pthread_mutex_lock(pMutex);
-  return result;
+  return outcome == OUTCOME::PASS ? Real_pthread_cond_timedwait(pCondition, pMutex, pDeadline) : error;
 }
 
 FAULT_WRAP(int, gettimeofday, timeval* pTime, void* pZone) {
-  if (pWallClock == nullptr) {
+  SCOPED_WALL_CLOCK* pClock = SCOPED_WALL_CLOCK::pCurrent;
+  if (pClock == nullptr) {
     return Real_gettimeofday(pTime, pZone);
   }
-  const int64_t nowUs = pWallClock->Read();
+  const int64_t nowUs = pClock->ReadingsUs[std::min(pClock->NumReads++, pClock->ReadingsUs.size() - 1)];
   pTime->tv_sec = nowUs / 1000000;
   pTime->tv_usec = nowUs % 1000000;
   return nowUs < 0 ? -1 : 0;
@@ -355,48 +280,4 @@ uint32_t SCOPED_FAULT::NumCalls() const {
 
 bool SCOPED_FAULT::WasHit() const {
   return NumCalls() >= Fault.First;
-}
-
-SCOPED_LINKS::SCOPED_LINKS(std::map<std::string, std::string> targets) : Targets(std::move(targets)) {
-  pLinks = this;
-}
-
-SCOPED_LINKS::~SCOPED_LINKS() {
-  pLinks = nullptr;
-}
-
-SCOPED_CALL_LOG::SCOPED_CALL_LOG() {
-  pLog = this;
-}
-
-SCOPED_CALL_LOG::~SCOPED_CALL_LOG() {
-  pLog = nullptr;
-}
-
-SCOPED_NUMERIC_NAMES::SCOPED_NUMERIC_NAMES() {
-  areNamesNumeric = true;
-}
-
-SCOPED_NUMERIC_NAMES::~SCOPED_NUMERIC_NAMES() {
-  areNamesNumeric = false;
-}
-
-SCOPED_INTERFACES::SCOPED_INTERFACES(ifaddrs* pFirst) : pList(pFirst) {
-  pInterfaces = this;
-}
-
-SCOPED_INTERFACES::~SCOPED_INTERFACES() {
-  pInterfaces = nullptr;
-}
-
-SCOPED_WALL_CLOCK::SCOPED_WALL_CLOCK(std::vector<int64_t> readingsUs) : ReadingsUs(std::move(readingsUs)) {
-  pWallClock = this;
-}
-
-SCOPED_WALL_CLOCK::~SCOPED_WALL_CLOCK() {
-  pWallClock = nullptr;
-}
-
-int64_t SCOPED_WALL_CLOCK::Read() {
-  return ReadingsUs[std::min(NumReads++, ReadingsUs.size() - 1)];
 }

@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Apple's linker cannot wrap calls: a case that needs faults starts with this line.
@@ -47,16 +48,14 @@
   result Wrap_##name(__VA_ARGS__)
 
 enum class FAULT_CALL {
+  ANY,  // Each of these but the heap's. Where a call has a fault of its own too, it is that one which counts.
+  // clang-format off: several a line.
   MALLOC,
   REALLOC,
   READ,
   WRITE,
   READLINK,
   OPEN,
-  IOCTL,
-  CLOSE_RANGE,
-  GETDENTS64,
-  WAITPID,
   CLOSE,
   LSEEK,
   STAT,
@@ -72,6 +71,10 @@ enum class FAULT_CALL {
   LINK,
   UNLINK,
   RENAME,
+  IOCTL,
+  CLOSE_RANGE,
+  GETDENTS64,
+  WAITPID,
   RECV,
   RECVFROM,
   SEND,
@@ -83,7 +86,7 @@ enum class FAULT_CALL {
   PTHREAD_COND_INIT,
   PTHREAD_COND_SIGNAL,
   PTHREAD_COND_TIMEDWAIT,
-  ANY,  // Each of these but the heap's. Where a call has a fault of its own too, it is that one which counts.
+  // clang-format on
   COUNT
 };
 
@@ -120,17 +123,6 @@ class SCOPED_FAULT {
   FAULT Fault;
 };
 
-// The calls made while the object lives, in order; those of the heap are left out.
-class SCOPED_CALL_LOG {
- public:
-  SCOPED_CALL_LOG();
-  ~SCOPED_CALL_LOG();
-  SCOPED_CALL_LOG(const SCOPED_CALL_LOG&) = delete;
-  SCOPED_CALL_LOG& operator=(const SCOPED_CALL_LOG&) = delete;
-
-  std::vector<FAULT_CALL> Calls;
-};
-
 // Runs body with the 1st, the 2nd, the 3rd call failing and so on, until it gets through without being hit: body gets
 // the fault, and after the operation under test asks it whether that had to fail.
 template <typename BODY>
@@ -145,48 +137,47 @@ void SweepFaults(FAULT_CALL call, int error, BODY body) {
   }
 }
 
-// As long as the object lives, the symbolic links are those of the map (path to target), and nothing else is one.
-class SCOPED_LINKS {
+// What holds as long as its one object lives.
+template <typename OBJECT>
+class SCOPED {
  public:
-  explicit SCOPED_LINKS(std::map<std::string, std::string> targets);
-  ~SCOPED_LINKS();
-  SCOPED_LINKS(const SCOPED_LINKS&) = delete;
-  SCOPED_LINKS& operator=(const SCOPED_LINKS&) = delete;
+  SCOPED(const SCOPED&) = delete;
+  SCOPED& operator=(const SCOPED&) = delete;
+
+  static inline OBJECT* pCurrent;  // Null without an object.
+
+ protected:
+  SCOPED() { pCurrent = static_cast<OBJECT*>(this); }
+  ~SCOPED() { pCurrent = nullptr; }
+};
+
+// The calls are noted, in order; those of the heap are left out.
+struct SCOPED_CALL_LOG : SCOPED<SCOPED_CALL_LOG> {
+  std::vector<FAULT_CALL> Calls;
+};
+
+// The symbolic links are those of the map (path to target), and nothing else is one.
+struct SCOPED_LINKS : SCOPED<SCOPED_LINKS> {
+  explicit SCOPED_LINKS(std::map<std::string, std::string> targets) : Targets(std::move(targets)) {}
 
   const std::map<std::string, std::string> Targets;
 };
 
-// As long as the object lives, an address has no other name than its numeric text, and nobody is asked for one.
-class SCOPED_NUMERIC_NAMES {
- public:
-  SCOPED_NUMERIC_NAMES();
-  ~SCOPED_NUMERIC_NAMES();
-  SCOPED_NUMERIC_NAMES(const SCOPED_NUMERIC_NAMES&) = delete;
-  SCOPED_NUMERIC_NAMES& operator=(const SCOPED_NUMERIC_NAMES&) = delete;
-};
+// An address has no other name than its numeric text, and nobody is asked for one.
+struct SCOPED_NUMERIC_NAMES : SCOPED<SCOPED_NUMERIC_NAMES> {};
 
-// As long as the object lives, the list of interfaces is this one, or cannot be read if it is null.
-class SCOPED_INTERFACES {
- public:
-  explicit SCOPED_INTERFACES(struct ifaddrs* pFirst);
-  ~SCOPED_INTERFACES();
-  SCOPED_INTERFACES(const SCOPED_INTERFACES&) = delete;
-  SCOPED_INTERFACES& operator=(const SCOPED_INTERFACES&) = delete;
+// The list of interfaces is this one, or cannot be read if it is null.
+struct SCOPED_INTERFACES : SCOPED<SCOPED_INTERFACES> {
+  explicit SCOPED_INTERFACES(struct ifaddrs* pFirst) : pList(pFirst) {}
 
   struct ifaddrs* const pList;
   int NumHeld = 0;  // Lists handed out and not released.
 };
 
-// As long as the object lives, the wall clock gives these readings, in microseconds since 1970, one a call, and the
-// last one from there on; -1 is a clock that cannot be read. Waits of the platform run on its own clock as ever.
-class SCOPED_WALL_CLOCK {
- public:
-  explicit SCOPED_WALL_CLOCK(std::vector<int64_t> readingsUs);
-  ~SCOPED_WALL_CLOCK();
-  SCOPED_WALL_CLOCK(const SCOPED_WALL_CLOCK&) = delete;
-  SCOPED_WALL_CLOCK& operator=(const SCOPED_WALL_CLOCK&) = delete;
-
-  int64_t Read();
+// The wall clock gives these readings, in microseconds since 1970, one a call, and the last one from there on; -1 is a
+// clock that cannot be read. Waits of the platform run on its own clock as ever.
+struct SCOPED_WALL_CLOCK : SCOPED<SCOPED_WALL_CLOCK> {
+  explicit SCOPED_WALL_CLOCK(std::vector<int64_t> readingsUs) : ReadingsUs(std::move(readingsUs)) {}
 
   const std::vector<int64_t> ReadingsUs;
   size_t NumReads = 0;

@@ -103,7 +103,7 @@ TEST(FileReplace, IsAllOrNothingWhateverCallFails) {
   size_t index = 0;
   SweepFaults(FAULT_CALL::ANY, EIO, [&](const SCOPED_FAULT& fault) {
     dir.AddFile("file", "old");
-    const SCOPED_CALL_LOG log;
+    SCOPED_CALL_LOG log;
     const int32_t result = Replace(path, "new", ".bad");
     const int error = errno;
     const bool isVital =
