@@ -134,11 +134,15 @@ void Operate(FUZZ_INPUT& input, MODEL& model) {
   const std::string modelPath = PathOf(key);
   const std::string modelName = NameOf(name);
   switch (what % 6) {
-    case 0:
-      if (SYS_REG_DeleteValue(key, name.c_str()) == SYS_REG_OK && !modelName.empty()) {
+    case 0: {
+      const bool isDeleted = SYS_REG_DeleteValue(key, name.c_str()) == SYS_REG_OK;
+      const auto known = model.find({modelPath, modelName});
+      FUZZ_EXPECT(isDeleted || known == model.end() || known->second.Type == MISSING);
+      if (isDeleted && !modelName.empty()) {
         model[{modelPath, modelName}] = {MISSING, ""};
       }
       break;
+    }
     case 1:
       if (SYS_REG_ClearSubKey(key, name.c_str()) == SYS_REG_OK) {
         for (auto& [where, stored] : model) {

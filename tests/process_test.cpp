@@ -6,7 +6,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -211,14 +210,6 @@ TEST(Wait, TellsHowAProgramEnded) {
     EXPECT_EQ(ExitCodeOf(SYS_PROC_Create(&desc)), SIGKILL);
   });
   EXPECT_EQ(ExitCodeOf(outputless), 0);
-#ifndef __APPLE__
-  const int32_t stopped =
-      Fork([] { ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? raise(SIGSTOP) : raise(SIGTERM); });
-  const int64_t exitCode = ExitCodeOf(stopped);
-  EXPECT_TRUE(exitCode == 0xFFFFFFFF || exitCode == SIGTERM) << "when tracing is not permitted";
-  kill(stopped, SIGKILL);
-  waitpid(stopped, nullptr, 0);
-#endif
 }
 
 TEST(Wait, GoesOnAfterSignals) {

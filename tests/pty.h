@@ -53,15 +53,6 @@ class PTY {
     return settings;
   }
 
-  // Waits until the slave side's terminal is no longer in canonical mode.
-  bool WaitUntilNotCanonical() const {
-    int leftMs = PATIENCE_MS;
-    while ((Settings().c_lflag & ICANON) != 0 && --leftMs > 0) {
-      usleep(1000);
-    }
-    return leftMs > 0;
-  }
-
   static constexpr int PATIENCE_MS = 20000;
 
   int Master;
